@@ -1,0 +1,81 @@
+# Build helpers shared by every directory: warnings, sanitizers, libraries, tests and fuzz targets.
+
+# Warnings are errors on our own code only.
+add_library(ryn_warnings INTERFACE)
+target_compile_options(ryn_warnings INTERFACE -Wall -Wextra -Wpedantic -Werror)
+
+if(RYN_SANITIZE)
+    list(JOIN RYN_SANITIZE "," _ryn_san)
+    add_compile_options(-fsanitize=${_ryn_san} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+    add_link_options(-fsanitize=${_ryn_san})
+endif()
+if(RYN_FUZZ)
+    add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
+
+# ryn_library(NAME <short> SOURCES ... [PUBLIC_LIBS ...] [PRIVATE_LIBS ...] [PC_REQUIRES ...]
+#             DESCRIPTION <text>)
+# builds the objects once and makes of them the shared library ryn_<short> (ryn::<short>, hidden
+# visibility, SOVERSION) and the static library ryn_<short>_internal that tests link to reach
+# internal functions.
+function(ryn_library)
+    cmake_parse_arguments(A "" "NAME;DESCRIPTION" "SOURCES;PUBLIC_LIBS;PRIVATE_LIBS;PC_REQUIRES" ${ARGN})
+    set(obj ryn_${A_NAME}_objects)
+    add_library(${obj} OBJECT ${A_SOURCES})
+    set_target_properties(${obj} PROPERTIES POSITION_INDEPENDENT_CODE ON
+        C_VISIBILITY_PRESET hidden CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
+    target_include_directories(${obj} PUBLIC
+        $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<INSTALL_INTERFACE:include>
+        PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
+    target_link_libraries(${obj} PUBLIC ${A_PUBLIC_LIBS} PRIVATE ryn_warnings ${A_PRIVATE_LIBS})
+
+    add_library(ryn_${A_NAME} SHARED $<TARGET_OBJECTS:${obj}>)
+    add_library(ryn::${A_NAME} ALIAS ryn_${A_NAME})
+    set_target_properties(ryn_${A_NAME} PROPERTIES VERSION ${PROJECT_VERSION}
+        SOVERSION ${PROJECT_VERSION_MAJOR} EXPORT_NAME ${A_NAME})
+    target_include_directories(ryn_${A_NAME} PUBLIC
+        $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<INSTALL_INTERFACE:include>)
+    target_link_libraries(ryn_${A_NAME} PUBLIC ${A_PUBLIC_LIBS} PRIVATE ${A_PRIVATE_LIBS})
+
+    add_library(ryn_${A_NAME}_internal STATIC $<TARGET_OBJECTS:${obj}>)
+    target_include_directories(ryn_${A_NAME}_internal PUBLIC
+        ${PROJECT_SOURCE_DIR}/include ${CMAKE_CURRENT_SOURCE_DIR})
+    target_link_libraries(ryn_${A_NAME}_internal PUBLIC ${A_PUBLIC_LIBS} ${A_PRIVATE_LIBS})
+
+    install(TARGETS ryn_${A_NAME} EXPORT ryn-targets
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+    set(RYN_PC_NAME ${A_NAME})
+    set(RYN_PC_DESCRIPTION "${A_DESCRIPTION}")
+    list(JOIN A_PC_REQUIRES " " RYN_PC_REQUIRES)
+    configure_file(${PROJECT_SOURCE_DIR}/cmake/ryn.pc.in
+        ${PROJECT_BINARY_DIR}/pkgconfig/ryn-${A_NAME}.pc @ONLY)
+    install(FILES ${PROJECT_BINARY_DIR}/pkgconfig/ryn-${A_NAME}.pc
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endfunction()
+
+# ryn_test(NAME <exe> SOURCES ... LIBS ...): one GoogleTest program, its cases registered with CTest.
+function(ryn_test)
+    cmake_parse_arguments(A "" "NAME" "SOURCES;LIBS" ${ARGN})
+    add_executable(${A_NAME} ${A_SOURCES})
+    target_link_libraries(${A_NAME} PRIVATE ${A_LIBS} GTest::gtest GTest::gmock GTest::gtest_main
+        ryn_warnings)
+    target_compile_definitions(${A_NAME} PRIVATE RYN_TEST_DATA="${PROJECT_SOURCE_DIR}/tests/data")
+    gtest_discover_tests(${A_NAME} DISCOVERY_TIMEOUT 60)
+endfunction()
+
+# ryn_fuzz(NAME <target> SOURCES ... LIBS ... CORPUS <dir>): a libFuzzer target under the fuzz
+# preset; in every other build the same entry point linked to a small driver that replays the seed
+# corpus, registered with CTest.
+function(ryn_fuzz)
+    cmake_parse_arguments(A "" "NAME;CORPUS" "SOURCES;LIBS" ${ARGN})
+    add_executable(${A_NAME} ${A_SOURCES})
+    target_link_libraries(${A_NAME} PRIVATE ${A_LIBS} ryn_warnings)
+    if(RYN_FUZZ)
+        target_link_options(${A_NAME} PRIVATE -fsanitize=fuzzer)
+        add_test(NAME ${A_NAME}.corpus COMMAND ${A_NAME} -runs=0 ${A_CORPUS})
+    else()
+        target_sources(${A_NAME} PRIVATE ${PROJECT_SOURCE_DIR}/fuzz/replay_main.cpp)
+        add_test(NAME ${A_NAME}.corpus COMMAND ${A_NAME} ${A_CORPUS})
+    endif()
+endfunction()

@@ -1,0 +1,75 @@
+/* Support library: the per-thread error trace, version text and bounded buffer printing. */
+#ifndef RYN_SUP_H
+#define RYN_SUP_H
+
+#include <stdint.h>
+
+#ifndef RYN_EXPORT
+#if defined(__GNUC__)
+#define RYN_EXPORT __attribute__((visibility("default")))
+#else
+#define RYN_EXPORT
+#endif
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Most frames a thread's trace holds; frames beyond them are dropped. */
+#define SUP_TRACE_MAX_FRAMES 64
+/* Detail values a frame carries beside its message. */
+#define SUP_TRACE_DETAILS 5
+
+/* Failure codes of the support library itself. */
+#define SUP_EBADPARAM (-1)
+
+/* One frame of the trace as the application reads it back. The texts are copies owned by the
+ * calling thread's trace and stay valid until that thread's next trace operation. */
+typedef struct SUP_FRAME {
+    const char *file;     /* module that wrote the frame, e.g. "traopn" */
+    int line;             /* failure site within the module */
+    const char *function; /* function that wrote the frame */
+    int code;             /* error code of an origin frame, 0 for a pass frame */
+    const char *message;  /* message of an origin frame, "" for a pass frame */
+    const char *note;     /* note of a pass frame ("" when none) */
+    const char *details[SUP_TRACE_DETAILS]; /* detail texts of an origin frame ("" when unused) */
+} SUP_FRAME;
+
+/* Records where a failure arose and starts a fresh trace for it; details may be null. */
+RYN_EXPORT void sup_trace_error(const char *file, int line, const char *function, int code,
+                                const char *message, const char *d1, const char *d2,
+                                const char *d3, const char *d4, const char *d5);
+/* Records that a function passes a callee's failure on, with an optional note (may be null). */
+RYN_EXPORT void sup_trace_pass(const char *file, int line, const char *function, const char *note);
+/* Stops recording on this thread until the matching sup_trace_resume; calls nest. */
+RYN_EXPORT void sup_trace_suspend(void);
+/* Ends one sup_trace_suspend. */
+RYN_EXPORT void sup_trace_resume(void);
+
+/* Number of frames in this thread's trace. */
+RYN_EXPORT int sup_trace_count(void);
+/* Copies frame i (0 is the origin) into *frame; 0 on success, SUP_EBADPARAM for a bad index. */
+RYN_EXPORT int sup_trace_get(int i, SUP_FRAME *frame);
+/* Writes the trace, one frame a line, origin first, within size; returns the characters written. */
+RYN_EXPORT int sup_trace_format(char *buffer, int size);
+/* Empties this thread's trace. */
+RYN_EXPORT void sup_trace_clear(void);
+
+/* Parses "[n]n.nnc" (e.g. "4.27B") into the packed form 0x04278100; 0 or SUP_EBADPARAM. */
+RYN_EXPORT int sup_string_to_version(const char *text, uint32_t *version);
+/* Writes the text form of a packed version within size, always terminated; 0 or SUP_EBADPARAM. */
+RYN_EXPORT int sup_version_to_string(char *buffer, int size, uint32_t version);
+
+/* printf into buffer, never past size, always terminated; returns the characters written. */
+RYN_EXPORT int sup_snprintf(char *buffer, int size, const char *format, ...)
+#if defined(__GNUC__)
+    __attribute__((format(printf, 3, 4)))
+#endif
+    ;
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,161 @@
+/* Translator library: ORAX command text to bus records and back, for drives online or offline. */
+#ifndef RYN_TRA_H
+#define RYN_TRA_H
+
+#include <stdint.h>
+
+#include "ryn/oxb.h"
+
+#ifndef RYN_EXPORT
+#if defined(__GNUC__)
+#define RYN_EXPORT __attribute__((visibility("default")))
+#else
+#define RYN_EXPORT
+#endif
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---- Error codes (messages: tra_translate_error) ---- */
+
+#define TRA_ENODOWNLOAD (-572)
+#define TRA_ESYNTAX (-571)
+#define TRA_EINTVALUE (-570)
+#define TRA_EFLOATVALUE (-569)
+#define TRA_ENODRIVE (-568)
+#define TRA_EREADONLY (-567)
+#define TRA_ETOOMANYPARAMS (-566)
+#define TRA_EISOVALUE (-565)
+#define TRA_EISOCONV (-564)
+#define TRA_EBADENUM (-563)
+#define TRA_ERANGE (-562)
+#define TRA_ECMDSYNTAX (-561)
+#define TRA_EEMPTYCMD (-560)
+#define TRA_EWRITE (-559)
+#define TRA_EDEPRECATED (-558)
+#define TRA_ESTREAMFORMAT (-553)
+#define TRA_EBADRESPONSE (-552)
+#define TRA_EGETREC (-551)
+#define TRA_EPUTREC (-550)
+#define TRA_EMULTIREC (-541)
+#define TRA_EUNKNOWN (-540)
+#define TRA_ENOCOMMAND (-525)
+#define TRA_EBUFSIZE (-524)
+#define TRA_EGETINFO (-523)
+#define TRA_ENOTALLOWED (-522)
+#define TRA_EBADEXTPROD (-521)
+#define TRA_EBADDRVPROD (-520)
+#define TRA_EBADEXTVER (-519)
+#define TRA_EBADDRVVER (-518)
+#define TRA_EBADPARAM (-515)
+#define TRA_EDRIVEERROR (-513)
+#define TRA_ENOACK (-512)
+#define TRA_ESYSTEM (-511)
+#define TRA_EINTERNAL (-510)
+#define TRA_ETYPECONV (-509)
+#define TRA_EBADINDEX (-508)
+#define TRA_EREGADDR (-507)
+#define TRA_ENOVECTOR (-506)
+#define TRA_EBADTYPE (-505)
+#define TRA_ETOOMANYVALUES (-504)
+#define TRA_EBADSUBSCRIPT (-503)
+#define TRA_EINCOMPLETEVECTOR (-502)
+
+/* ---- Translator flags (tra_set_flags, last argument of the creators) ---- */
+
+#define TRA_FUSE_ALIASES 0x1u            /* write registers under their aliases */
+#define TRA_FRESERVED_COMMENT 0x2u       /* upload: comment reserved elements "Reserved" */
+#define TRA_FSKIP_DEFAULTS 0x4u          /* upload: leave out elements at their default */
+#define TRA_FNO_AXIS 0x8u                /* upload: no axis on value lines */
+#define TRA_FVECTOR_FORM 0x10u           /* upload: one line per register, all elements */
+#define TRA_FISO_CONVERT 0x20u           /* write values converted through the ISO converter */
+#define TRA_FGROUP_CLASSES 0x40u         /* upload: group registers by class */
+#define TRA_FEMPTY_IS_ERROR 0x100u       /* an empty command is TRA_EEMPTYCMD, not "nothing" */
+#define TRA_FREQUEST_FLAG 0x200u         /* reported to receivers as the request output */
+#define TRA_FACCEPT_UNKNOWN_VERSION 0x800u /* offline creators fall back to the default version */
+#define TRA_FDRIVE_ONLY 0x1000u          /* look names up in the drive-only dictionaries */
+#define TRA_FNO_CHECK 0x2000u            /* skip the dictionary checks of validation */
+#define TRA_FNO_COMMENTS 0x10000u        /* upload: no comment blocks */
+#define TRA_FVERBOSE 0x20000u            /* upload: settings, axis mask, serials, index counts */
+#define TRA_FDESCRIPTIONS 0x40000u       /* write dictionary descriptions as comments */
+#define TRA_FTABS4 0x100000u             /* comment column reached with tabs of width 4 */
+#define TRA_FTABS8 0x200000u             /* comment column reached with tabs of width 8 */
+#define TRA_FTAB 0x400000u               /* comment column reached with one tab */
+#define TRA_FRAW_VALUES 0x1000000u       /* upload: every element, strings and IPs as numbers */
+#define TRA_FDOWNLOAD_AXES 0x2000000u    /* lines without axes take the download axis mask */
+#define TRA_FFULL_PRECISION 0x4000000u   /* floating values written with 20 decimals */
+
+/* ---- Types ---- */
+
+/* A translator; opaque. */
+typedef struct TRA TRA;
+/* A command record: an 8-byte header, then 16-byte parameter slots. */
+typedef struct TRA_RECORD TRA_RECORD;
+#define TRA_RECORD_MAX_SLOTS 65
+#define TRA_RECORD_SIZE(n) (8 + 16 * (n))
+
+/* Converts between drive units and ISO units (direction 0: ISO to drive, 1: drive to ISO). */
+typedef int (*TRA_ISO_CONVERTER)(OXB_BUS *bus, void *drive_value, double *iso_value,
+                                 uint32_t value_class, int32_t conversion, int32_t axis,
+                                 int32_t direction, void *context);
+/* Gives the next line of a stream into buffer: 0 a line, -1 or above 0 the end, below -1 an error. */
+typedef int (*TRA_READ_LINE)(TRA *tra, char *buffer, int32_t size, void *user);
+/* Takes one line of an upload stream; non-zero stops the upload. */
+typedef int (*TRA_WRITE_LINE)(TRA *tra, const char *line, void *user, int32_t reserved);
+
+/* ---- Errors ---- */
+
+/* Fixed English message of an error code; "unknown error" outside the table. */
+RYN_EXPORT const char *tra_translate_error(int code);
+
+/* ---- Lifecycle and settings ---- */
+
+/* Destroys a translator and nulls the caller's handle. */
+RYN_EXPORT int tra_destroy(TRA **handle);
+/* Flags of a translator, 0 for a bad handle. */
+RYN_EXPORT uint32_t tra_get_flags(TRA *tra);
+/* Sets the flags; the lookup tables are rebuilt before the next translation. */
+RYN_EXPORT int tra_set_flags(TRA *tra, uint32_t flags);
+/* Reads the progress (0.0 to 1.0) of the running stream transfer. */
+RYN_EXPORT int tra_get_progress(TRA *tra, double *progress);
+/* Raises the progress; a value outside 0..1 or below the current one is refused. */
+RYN_EXPORT int tra_set_progress(TRA *tra, double progress);
+/* Reads the installed ISO converter and its context (either pointer may be null). */
+RYN_EXPORT int tra_oxcom_get_iso_converter(TRA *tra, TRA_ISO_CONVERTER *converter, void **context);
+/* Installs the ISO converter and its context (null removes it). */
+RYN_EXPORT int tra_oxcom_set_iso_converter(TRA *tra, TRA_ISO_CONVERTER converter, void *context);
+/* Axes assumed by the ".X" axis form, 0 for a bad handle. */
+RYN_EXPORT uint64_t tra_oxcom_get_preference_axis_mask(TRA *tra);
+/* Sets the axes of the ".X" axis form. */
+RYN_EXPORT int tra_oxcom_set_preference_axis_mask(TRA *tra, uint64_t mask);
+/* Port of a bus-bound translator; null offline or for a bad handle. */
+RYN_EXPORT OXB_PORT *tra_get_oxb_port(TRA *tra);
+/* Drive product of an axis (64 or more: the first axis that has a drive); 0 when none. */
+RYN_EXPORT uint32_t tra_get_drv_product(TRA *tra, int axis);
+/* Drive version of an axis (64 or more: the first axis that has a drive); 0 when none. */
+RYN_EXPORT uint32_t tra_get_drv_version(TRA *tra, int axis);
+/* Extension card product of an axis (64 or more: the first axis that has a drive); 0 when none. */
+RYN_EXPORT uint32_t tra_get_ext_product(TRA *tra, int axis);
+/* Extension card version of an axis (64 or more: the first axis that has a drive); 0 when none. */
+RYN_EXPORT uint32_t tra_get_ext_version(TRA *tra, int axis);
+
+/* ---- Versions ---- */
+
+/* Version of this library, 0x04278100 ("4.27B"). */
+RYN_EXPORT uint32_t tra_get_version(void);
+/* Version of this library under the family's name; the same as tra_get_version. */
+RYN_EXPORT uint32_t tra_get_ryn_version(void);
+/* Build time of this library in seconds since 1970-01-01 UTC. */
+RYN_EXPORT uint32_t tra_get_build_time(void);
+/* Parses "[n]n.nnc" into a packed version; TRA_EBADPARAM for any other text. */
+RYN_EXPORT int tra_string_to_version(const char *text, uint32_t *version);
+/* Writes the text form of a packed version into buffer (size characters, terminator included). */
+RYN_EXPORT int tra_version_to_string(char *buffer, int size, uint32_t version);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
