@@ -25,10 +25,10 @@ typedef struct OXB_BUS OXB_BUS;
 #define OXB_RECORD_MAX_SLOTS 65
 
 /* Error codes of the bus library. */
-#define OXB_ESYSTEM (-201)    /* out of memory or another failure of the system */
-#define OXB_EBADPARAM (-202)  /* a bad argument */
-#define OXB_ECAPACITY (-203)  /* the record would not fit its buffer */
-#define OXB_ENOTHING (-210)   /* nothing arrived: a poll found nothing or a wait timed out */
+#define OXB_ESYSTEM (-201)   /* out of memory or another failure of the system */
+#define OXB_EBADPARAM (-202) /* a bad argument */
+#define OXB_ECAPACITY (-203) /* the record would not fit its buffer */
+#define OXB_ENOTHING (-210)  /* nothing arrived: a poll found nothing or a wait timed out */
 
 /* Byte size of a command record with room for slots parameter slots: 8 + 16 * slots. */
 RYN_EXPORT int oxb_record_size(int slots);

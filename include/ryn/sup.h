@@ -27,19 +27,19 @@ extern "C" {
 /* One frame of the trace as the application reads it back. The texts are copies owned by the
  * calling thread's trace and stay valid until that thread's next trace operation. */
 typedef struct SUP_FRAME {
-    const char *file;     /* module that wrote the frame, e.g. "traopn" */
-    int line;             /* failure site within the module */
-    const char *function; /* function that wrote the frame */
-    int code;             /* error code of an origin frame, 0 for a pass frame */
-    const char *message;  /* message of an origin frame, "" for a pass frame */
-    const char *note;     /* note of a pass frame ("" when none) */
+    const char *file;                       /* module that wrote the frame, e.g. "traopn" */
+    int line;                               /* failure site within the module */
+    const char *function;                   /* function that wrote the frame */
+    int code;                               /* error code of an origin frame, 0 for a pass frame */
+    const char *message;                    /* message of an origin frame, "" for a pass frame */
+    const char *note;                       /* note of a pass frame ("" when none) */
     const char *details[SUP_TRACE_DETAILS]; /* detail texts of an origin frame ("" when unused) */
 } SUP_FRAME;
 
 /* Records where a failure arose and starts a fresh trace for it; details may be null. */
 RYN_EXPORT void sup_trace_error(const char *file, int line, const char *function, int code,
-                                const char *message, const char *d1, const char *d2,
-                                const char *d3, const char *d4, const char *d5);
+                                const char *message, const char *d1, const char *d2, const char *d3,
+                                const char *d4, const char *d5);
 /* Records that a function passes a callee's failure on, with an optional note (may be null). */
 RYN_EXPORT void sup_trace_pass(const char *file, int line, const char *function, const char *note);
 /* Stops recording on this thread until the matching sup_trace_resume; calls nest. */

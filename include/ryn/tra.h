@@ -65,27 +65,27 @@ extern "C" {
 
 /* ---- Translator flags (tra_set_flags, last argument of the creators) ---- */
 
-#define TRA_FUSE_ALIASES 0x1u            /* write registers under their aliases */
-#define TRA_FRESERVED_COMMENT 0x2u       /* upload: comment reserved elements "Reserved" */
-#define TRA_FSKIP_DEFAULTS 0x4u          /* upload: leave out elements at their default */
-#define TRA_FNO_AXIS 0x8u                /* upload: no axis on value lines */
-#define TRA_FVECTOR_FORM 0x10u           /* upload: one line per register, all elements */
-#define TRA_FISO_CONVERT 0x20u           /* write values converted through the ISO converter */
-#define TRA_FGROUP_CLASSES 0x40u         /* upload: group registers by class */
-#define TRA_FEMPTY_IS_ERROR 0x100u       /* an empty command is TRA_EEMPTYCMD, not "nothing" */
-#define TRA_FREQUEST_FLAG 0x200u         /* reported to receivers as the request output */
+#define TRA_FUSE_ALIASES 0x1u              /* write registers under their aliases */
+#define TRA_FRESERVED_COMMENT 0x2u         /* upload: comment reserved elements "Reserved" */
+#define TRA_FSKIP_DEFAULTS 0x4u            /* upload: leave out elements at their default */
+#define TRA_FNO_AXIS 0x8u                  /* upload: no axis on value lines */
+#define TRA_FVECTOR_FORM 0x10u             /* upload: one line per register, all elements */
+#define TRA_FISO_CONVERT 0x20u             /* write values converted through the ISO converter */
+#define TRA_FGROUP_CLASSES 0x40u           /* upload: group registers by class */
+#define TRA_FEMPTY_IS_ERROR 0x100u         /* an empty command is TRA_EEMPTYCMD, not "nothing" */
+#define TRA_FREQUEST_FLAG 0x200u           /* reported to receivers as the request output */
 #define TRA_FACCEPT_UNKNOWN_VERSION 0x800u /* offline creators fall back to the default version */
-#define TRA_FDRIVE_ONLY 0x1000u          /* look names up in the drive-only dictionaries */
-#define TRA_FNO_CHECK 0x2000u            /* skip the dictionary checks of validation */
-#define TRA_FNO_COMMENTS 0x10000u        /* upload: no comment blocks */
-#define TRA_FVERBOSE 0x20000u            /* upload: settings, axis mask, serials, index counts */
-#define TRA_FDESCRIPTIONS 0x40000u       /* write dictionary descriptions as comments */
-#define TRA_FTABS4 0x100000u             /* comment column reached with tabs of width 4 */
-#define TRA_FTABS8 0x200000u             /* comment column reached with tabs of width 8 */
-#define TRA_FTAB 0x400000u               /* comment column reached with one tab */
-#define TRA_FRAW_VALUES 0x1000000u       /* upload: every element, strings and IPs as numbers */
-#define TRA_FDOWNLOAD_AXES 0x2000000u    /* lines without axes take the download axis mask */
-#define TRA_FFULL_PRECISION 0x4000000u   /* floating values written with 20 decimals */
+#define TRA_FDRIVE_ONLY 0x1000u            /* look names up in the drive-only dictionaries */
+#define TRA_FNO_CHECK 0x2000u              /* skip the dictionary checks of validation */
+#define TRA_FNO_COMMENTS 0x10000u          /* upload: no comment blocks */
+#define TRA_FVERBOSE 0x20000u              /* upload: settings, axis mask, serials, index counts */
+#define TRA_FDESCRIPTIONS 0x40000u         /* write dictionary descriptions as comments */
+#define TRA_FTABS4 0x100000u               /* comment column reached with tabs of width 4 */
+#define TRA_FTABS8 0x200000u               /* comment column reached with tabs of width 8 */
+#define TRA_FTAB 0x400000u                 /* comment column reached with one tab */
+#define TRA_FRAW_VALUES 0x1000000u         /* upload: every element, strings and IPs as numbers */
+#define TRA_FDOWNLOAD_AXES 0x2000000u      /* lines without axes take the download axis mask */
+#define TRA_FFULL_PRECISION 0x4000000u     /* floating values written with 20 decimals */
 
 /* ---- Types ---- */
 
@@ -100,7 +100,8 @@ typedef struct TRA_RECORD TRA_RECORD;
 typedef int (*TRA_ISO_CONVERTER)(OXB_BUS *bus, void *drive_value, double *iso_value,
                                  uint32_t value_class, int32_t conversion, int32_t axis,
                                  int32_t direction, void *context);
-/* Gives the next line of a stream into buffer: 0 a line, -1 or above 0 the end, below -1 an error. */
+/* Gives the next line of a stream into buffer: 0 a line, -1 or above 0 the end, below -1 an error.
+ */
 typedef int (*TRA_READ_LINE)(TRA *tra, char *buffer, int32_t size, void *user);
 /* Takes one line of an upload stream; non-zero stops the upload. */
 typedef int (*TRA_WRITE_LINE)(TRA *tra, const char *line, void *user, int32_t reserved);

@@ -35,16 +35,16 @@ typedef struct VOK_DICT VOK_DICT;
 #define VOK_FORMAT_IP 13
 
 /* Error codes of the dictionary library. */
-#define VOK_ESYSTEM (-414)      /* out of memory */
-#define VOK_EBADPARAM (-415)    /* a bad argument */
-#define VOK_EBADDRVPROD (-416)  /* unknown drive product */
-#define VOK_EBADEXTPROD (-417)  /* unknown extension card product */
-#define VOK_EBADDRVVER (-418)   /* incompatible drive version */
-#define VOK_EBADEXTVER (-419)   /* incompatible extension card version */
-#define VOK_EBUSY (-420)        /* a family cannot be replaced while dictionaries are open */
-#define VOK_EFILE (-421)        /* a family file cannot be read */
-#define VOK_EFORMAT (-422)      /* a family description is not valid JSON */
-#define VOK_EFAMILY (-423)      /* a family description is inconsistent */
+#define VOK_ESYSTEM (-414)     /* out of memory */
+#define VOK_EBADPARAM (-415)   /* a bad argument */
+#define VOK_EBADDRVPROD (-416) /* unknown drive product */
+#define VOK_EBADEXTPROD (-417) /* unknown extension card product */
+#define VOK_EBADDRVVER (-418)  /* incompatible drive version */
+#define VOK_EBADEXTVER (-419)  /* incompatible extension card version */
+#define VOK_EBUSY (-420)       /* a family cannot be replaced while dictionaries are open */
+#define VOK_EFILE (-421)       /* a family file cannot be read */
+#define VOK_EFORMAT (-422)     /* a family description is not valid JSON */
+#define VOK_EFAMILY (-423)     /* a family description is inconsistent */
 
 /* Fixed English message of a dictionary library code; "unknown error" outside the table. */
 RYN_EXPORT const char *vok_translate_error(int code);

@@ -11,18 +11,21 @@ constexpr int header_size = 8;
 constexpr int slot_size = 16;
 
 void store_u32(unsigned char *at, uint32_t v) {
-    for (int i = 0; i < 4; ++i) at[i] = static_cast<unsigned char>(v >> (8 * i));
+    for (int i = 0; i < 4; ++i)
+        at[i] = static_cast<unsigned char>(v >> (8 * i));
 }
 
 } // namespace
 
 extern "C" {
 
-int oxb_record_size(int slots) { return header_size + slot_size * slots; }
+int oxb_record_size(int slots) {
+    return header_size + slot_size * slots;
+}
 
 int oxb_build_record(void *buffer, int capacity, int kind, int command, const char *format, ...) {
-    if (buffer == nullptr || format == nullptr || capacity < 0 ||
-        capacity > OXB_RECORD_MAX_SLOTS || kind < 0 || kind > 255 || command < 0 || command > 255)
+    if (buffer == nullptr || format == nullptr || capacity < 0 || capacity > OXB_RECORD_MAX_SLOTS ||
+        kind < 0 || kind > 255 || command < 0 || command > 255)
         return OXB_EBADPARAM;
     std::size_t slots = std::strlen(format);
     for (std::size_t i = 0; i < slots; ++i)

@@ -62,7 +62,8 @@ void sup_trace_error(const char *file, int line, const char *function, int code,
     copy_text(f->message, message);
     f->note[0] = '\0';
     const char *details[SUP_TRACE_DETAILS] = {d1, d2, d3, d4, d5};
-    for (int i = 0; i < SUP_TRACE_DETAILS; ++i) copy_text(f->details[static_cast<std::size_t>(i)], details[i]);
+    for (int i = 0; i < SUP_TRACE_DETAILS; ++i)
+        copy_text(f->details[static_cast<std::size_t>(i)], details[i]);
 }
 
 void sup_trace_pass(const char *file, int line, const char *function, const char *note) {
@@ -74,16 +75,21 @@ void sup_trace_pass(const char *file, int line, const char *function, const char
     f->code = 0;
     f->message[0] = '\0';
     copy_text(f->note, note);
-    for (auto &d : f->details) d[0] = '\0';
+    for (auto &d : f->details)
+        d[0] = '\0';
 }
 
-void sup_trace_suspend(void) { ++trace.suspended; }
+void sup_trace_suspend(void) {
+    ++trace.suspended;
+}
 
 void sup_trace_resume(void) {
     if (trace.suspended > 0) --trace.suspended;
 }
 
-int sup_trace_count(void) { return trace.count; }
+int sup_trace_count(void) {
+    return trace.count;
+}
 
 int sup_trace_get(int i, SUP_FRAME *frame) {
     if (frame == nullptr || i < 0 || i >= trace.count) return SUP_EBADPARAM;
@@ -94,7 +100,8 @@ int sup_trace_get(int i, SUP_FRAME *frame) {
     frame->code = f.code;
     frame->message = f.message.data();
     frame->note = f.note.data();
-    for (std::size_t d = 0; d < SUP_TRACE_DETAILS; ++d) frame->details[d] = f.details[d].data();
+    for (std::size_t d = 0; d < SUP_TRACE_DETAILS; ++d)
+        frame->details[d] = f.details[d].data();
     return 0;
 }
 
@@ -115,7 +122,8 @@ int sup_trace_format(char *buffer, int size) {
         used += std::clamp(n, 0, room - 1);
         for (const auto &d : f.details) {
             if (d[0] == '\0' || used >= size - 1) continue;
-            n = std::snprintf(buffer + used, static_cast<std::size_t>(size - used), " (%s)", d.data());
+            n = std::snprintf(buffer + used, static_cast<std::size_t>(size - used), " (%s)",
+                              d.data());
             used += std::clamp(n, 0, size - used - 1);
         }
         if (f.note[0] != '\0' && used < size - 1) {
@@ -131,6 +139,8 @@ int sup_trace_format(char *buffer, int size) {
     return used;
 }
 
-void sup_trace_clear(void) { trace.count = 0; }
+void sup_trace_clear(void) {
+    trace.count = 0;
+}
 
 } // extern "C"

@@ -5,7 +5,9 @@
 #include <cstdio>
 
 namespace {
-bool is_digit(char c) { return c >= '0' && c <= '9'; }
+bool is_digit(char c) {
+    return c >= '0' && c <= '9';
+}
 } // namespace
 
 extern "C" {
@@ -33,8 +35,10 @@ int sup_version_to_string(char *buffer, int size, uint32_t version) {
     unsigned minor = version >> 16 & 0xFF;
     unsigned code = version >> 8 & 0xFF;
     char letter[2] = {0, 0};
-    if (code >= 0x80 && code < 0x80 + 26) letter[0] = static_cast<char>('A' + (code - 0x80));
-    else if (code != 0) letter[0] = '?';
+    if (code >= 0x80 && code < 0x80 + 26)
+        letter[0] = static_cast<char>('A' + (code - 0x80));
+    else if (code != 0)
+        letter[0] = '?';
     std::snprintf(buffer, static_cast<std::size_t>(size), "%u.%X%X%s", major, minor >> 4,
                   minor & 0xF, letter);
     return 0;

@@ -1,4 +1,5 @@
-// Text to record: the parse context shared by the tokenizer, the parser, validation and the builder.
+// Text to record: the parse context shared by the tokenizer, the parser, validation and the
+// builder.
 #pragma once
 
 #include <cstdint>
@@ -8,13 +9,13 @@
 
 namespace ryn::tra {
 
-inline constexpr int MAX_TOKENS = 64;    // tokens a line may have
-inline constexpr int MAX_OPERANDS = 65;  // room for string expansion of a 64-token line
-inline constexpr int TOKEN_TEXT = 65;    // 64 characters and the terminator
+inline constexpr int MAX_TOKENS = 64;   // tokens a line may have
+inline constexpr int MAX_OPERANDS = 65; // room for string expansion of a 64-token line
+inline constexpr int TOKEN_TEXT = 65;   // 64 characters and the terminator
 
 // Type tags of a token beside the register kind words (1..127 with a non-zero type code).
-inline constexpr int32_t TAG_NAME = -1;  // a command name or other word, not (yet) resolved
-inline constexpr int32_t TAG_ISO = -2;   // a number meant in ISO units, converted before writing
+inline constexpr int32_t TAG_NAME = -1; // a command name or other word, not (yet) resolved
+inline constexpr int32_t TAG_ISO = -2;  // a number meant in ISO units, converted before writing
 inline constexpr int32_t TAG_INT32 = 0;
 inline constexpr int32_t TAG_FLOAT = 32;
 inline constexpr int32_t TAG_INT64 = 64;
@@ -29,28 +30,44 @@ inline constexpr uint32_t CTX_NO_AXIS = 64;
 
 // One token of a command line: a name, a register, a literal or a list value (an operand).
 struct Token {
-    char text[TOKEN_TEXT];     // as written (upper case); a string keeps its double quotes
-    uint32_t separator;        // separator code in front of it, 0 for the first token
-    int32_t type;              // register kind word, a TAG_..., or -2 for an unknown register type
-    uint32_t index;            // register index (VOK_WHOLE_TYPE: the whole type) or command number
-    uint8_t axis;              // 7-bit axis field: 0..62, AXIS_BROADCAST, AXIS_ALL
-    uint8_t row_given;         // a row (first) subscript was written
-    uint8_t column_given;      // a column subscript was written
-    uint8_t negative;          // the value was written with a leading "-" after its separator
-    uint32_t row;              // first subscript: element of a vector, row of a matrix
-    uint32_t column;           // second subscript: column of a matrix
-    int16_t list_row;          // position of the row in a "=[[" list, -1 outside a list
-    int16_t list_column;       // position of the value in its row, -1 outside a list
-    uint8_t opens_row;         // "[" of a row stands in front of this value
-    uint8_t closes_row;        // "]" of a row follows this value
-    uint8_t opens_list;        // "[[" of the whole list stands in front of this value
-    uint8_t closes_list;       // "]]" of the whole list follows this value
-    unsigned char value[8];    // literal value, little-endian; 32-bit tags use the first 4 bytes
+    char text[TOKEN_TEXT];  // as written (upper case); a string keeps its double quotes
+    uint32_t separator;     // separator code in front of it, 0 for the first token
+    int32_t type;           // register kind word, a TAG_..., or -2 for an unknown register type
+    uint32_t index;         // register index (VOK_WHOLE_TYPE: the whole type) or command number
+    uint8_t axis;           // 7-bit axis field: 0..62, AXIS_BROADCAST, AXIS_ALL
+    uint8_t row_given;      // a row (first) subscript was written
+    uint8_t column_given;   // a column subscript was written
+    uint8_t negative;       // the value was written with a leading "-" after its separator
+    uint32_t row;           // first subscript: element of a vector, row of a matrix
+    uint32_t column;        // second subscript: column of a matrix
+    int16_t list_row;       // position of the row in a "=[[" list, -1 outside a list
+    int16_t list_column;    // position of the value in its row, -1 outside a list
+    uint8_t opens_row;      // "[" of a row stands in front of this value
+    uint8_t closes_row;     // "]" of a row follows this value
+    uint8_t opens_list;     // "[[" of the whole list stands in front of this value
+    uint8_t closes_list;    // "]]" of the whole list follows this value
+    unsigned char value[8]; // literal value, little-endian; 32-bit tags use the first 4 bytes
 
-    int32_t i32() const { int32_t v; std::memcpy(&v, value, 4); return v; }
-    int64_t i64() const { int64_t v; std::memcpy(&v, value, 8); return v; }
-    float f32() const { float v; std::memcpy(&v, value, 4); return v; }
-    double f64() const { double v; std::memcpy(&v, value, 8); return v; }
+    int32_t i32() const {
+        int32_t v;
+        std::memcpy(&v, value, 4);
+        return v;
+    }
+    int64_t i64() const {
+        int64_t v;
+        std::memcpy(&v, value, 8);
+        return v;
+    }
+    float f32() const {
+        float v;
+        std::memcpy(&v, value, 4);
+        return v;
+    }
+    double f64() const {
+        double v;
+        std::memcpy(&v, value, 8);
+        return v;
+    }
     template <class T>
     void set(T v) {
         static_assert(sizeof(T) == 4 || sizeof(T) == 8);
@@ -65,13 +82,13 @@ struct Token {
 
 // A parsed command line.
 struct ParseContext {
-    uint8_t bracketed;         // "[...]" form: validation skips the dictionary checks
-    uint8_t bang;              // the line began with "!"
-    uint8_t list_rows;         // "=[" opened a one-level list
-    uint8_t list_matrix;       // "=[[" opened a two-level list
-    uint32_t flags;            // CTX_...
-    uint64_t axis_mask;        // axes the line names, 0 when it names none
-    int32_t count;             // tokens (operands) in use
+    uint8_t bracketed;   // "[...]" form: validation skips the dictionary checks
+    uint8_t bang;        // the line began with "!"
+    uint8_t list_rows;   // "=[" opened a one-level list
+    uint8_t list_matrix; // "=[[" opened a two-level list
+    uint32_t flags;      // CTX_...
+    uint64_t axis_mask;  // axes the line names, 0 when it names none
+    int32_t count;       // tokens (operands) in use
     Token tokens[MAX_OPERANDS];
 };
 
@@ -85,8 +102,8 @@ int _tra_parse_std_tokens(TRA *tra, ParseContext *ctx);
 // ---- Validation (p: first operand of the command's arguments; cmd: command number or marker) ----
 
 // Command number markers passed to validation only.
-inline constexpr int32_t CMD_READ_LIST = -1;     // a register read list
-inline constexpr int32_t CMD_VECTOR_READ = -2;   // a vector register read
+inline constexpr int32_t CMD_READ_LIST = -1;   // a register read list
+inline constexpr int32_t CMD_VECTOR_READ = -2; // a vector register read
 inline constexpr int32_t CMD_ELEMENT_ASSIGN = 1537;
 
 // Stretches a string register's operands to its length (assignment or read).

@@ -62,7 +62,9 @@ constexpr ErrorText errors[] = {
 };
 
 static_assert(std::is_sorted(std::begin(errors), std::end(errors),
-                             [](const ErrorText &a, const ErrorText &b) { return a.code < b.code; }));
+                             [](const ErrorText &a, const ErrorText &b) {
+                                 return a.code < b.code;
+                             }));
 
 const ErrorText *find(int code) {
     auto it = std::lower_bound(std::begin(errors), std::end(errors), code,
@@ -99,13 +101,20 @@ int Tracer::convert(int line, int code) const {
 
 int from_vok(int vok_code) {
     switch (vok_code) {
-    case -419: return TRA_EBADEXTVER;
-    case -418: return TRA_EBADDRVVER;
-    case -417: return TRA_EBADEXTPROD;
-    case -416: return TRA_EBADDRVPROD;
-    case -415: return TRA_EBADPARAM;
-    case -414: return TRA_ESYSTEM;
-    default: return TRA_EINTERNAL;
+    case -419:
+        return TRA_EBADEXTVER;
+    case -418:
+        return TRA_EBADDRVVER;
+    case -417:
+        return TRA_EBADEXTPROD;
+    case -416:
+        return TRA_EBADDRVPROD;
+    case -415:
+        return TRA_EBADPARAM;
+    case -414:
+        return TRA_ESYSTEM;
+    default:
+        return TRA_EINTERNAL;
     }
 }
 
@@ -113,13 +122,26 @@ int convert_vok(const Tracer &t, const VokLines &lines, int vok_code) {
     int code = from_vok(vok_code);
     int line = lines.other;
     switch (code) {
-    case TRA_EBADEXTVER: line = lines.ext_version; break;
-    case TRA_EBADDRVVER: line = lines.drv_version; break;
-    case TRA_EBADEXTPROD: line = lines.ext_product; break;
-    case TRA_EBADDRVPROD: line = lines.drv_product; break;
-    case TRA_EBADPARAM: line = lines.bad_param; break;
-    case TRA_ESYSTEM: line = lines.system; break;
-    default: break;
+    case TRA_EBADEXTVER:
+        line = lines.ext_version;
+        break;
+    case TRA_EBADDRVVER:
+        line = lines.drv_version;
+        break;
+    case TRA_EBADEXTPROD:
+        line = lines.ext_product;
+        break;
+    case TRA_EBADDRVPROD:
+        line = lines.drv_product;
+        break;
+    case TRA_EBADPARAM:
+        line = lines.bad_param;
+        break;
+    case TRA_ESYSTEM:
+        line = lines.system;
+        break;
+    default:
+        break;
     }
     return t.convert(line, code);
 }

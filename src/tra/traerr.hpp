@@ -37,13 +37,13 @@ struct Tracer {
 
 // Trace lines of one dictionary call site, one per dictionary code it may convert.
 struct VokLines {
-    int ext_version;  // -419
-    int drv_version;  // -418
-    int ext_product;  // -417
-    int drv_product;  // -416
-    int bad_param;    // -415
-    int system;       // -414
-    int other;        // anything else
+    int ext_version; // -419
+    int drv_version; // -418
+    int ext_product; // -417
+    int drv_product; // -416
+    int bad_param;   // -415
+    int system;      // -414
+    int other;       // anything else
 };
 
 // Library code of a dictionary code (-416 -> TRA_EBADDRVPROD, ..., others TRA_EINTERNAL).

@@ -11,7 +11,8 @@ void _tra_free_tds(TRA *tra) {
         delete td;
     }
     tra->tds.clear();
-    for (auto &set : tra->axis_sets) set = nullptr;
+    for (auto &set : tra->axis_sets)
+        set = nullptr;
 }
 
 int _tra_create_lkt(TRA *tra) {

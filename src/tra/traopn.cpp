@@ -11,11 +11,16 @@ bool accepts(const TRA *tra, Accept accept) {
     if (tra == nullptr) return false;
     uint32_t kind = tra->kind.load(std::memory_order_relaxed);
     switch (accept) {
-    case Accept::any: return kind >= KIND_REGISTER_OFFLINE && kind <= KIND_DIRECT_BUS;
-    case Accept::direct: return kind == KIND_DIRECT_OFFLINE || kind == KIND_DIRECT_BUS;
-    case Accept::direct_bus: return kind == KIND_DIRECT_BUS;
-    case Accept::register_any: return kind == KIND_REGISTER_OFFLINE || kind == KIND_REGISTER_BUS;
-    case Accept::register_bus: return kind == KIND_REGISTER_BUS;
+    case Accept::any:
+        return kind >= KIND_REGISTER_OFFLINE && kind <= KIND_DIRECT_BUS;
+    case Accept::direct:
+        return kind == KIND_DIRECT_OFFLINE || kind == KIND_DIRECT_BUS;
+    case Accept::direct_bus:
+        return kind == KIND_DIRECT_BUS;
+    case Accept::register_any:
+        return kind == KIND_REGISTER_OFFLINE || kind == KIND_REGISTER_BUS;
+    case Accept::register_bus:
+        return kind == KIND_REGISTER_BUS;
     }
     return false;
 }
@@ -98,7 +103,9 @@ int tra_destroy(TRA **handle) {
     return 0;
 }
 
-uint32_t tra_get_flags(TRA *tra) { return accepts(tra) ? tra->flags.load() : 0; }
+uint32_t tra_get_flags(TRA *tra) {
+    return accepts(tra) ? tra->flags.load() : 0;
+}
 
 int tra_set_flags(TRA *tra, uint32_t flags) {
     static constexpr Tracer t{"traopn", "tra_set_flags"};
@@ -152,11 +159,21 @@ int tra_oxcom_set_preference_axis_mask(TRA *tra, uint64_t mask) {
     return 0;
 }
 
-OXB_PORT *tra_get_oxb_port(TRA *tra) { return accepts(tra) ? tra->port : nullptr; }
+OXB_PORT *tra_get_oxb_port(TRA *tra) {
+    return accepts(tra) ? tra->port : nullptr;
+}
 
-uint32_t tra_get_drv_product(TRA *tra, int axis) { return axis_query<vok_get_drv_product>(tra, axis); }
-uint32_t tra_get_drv_version(TRA *tra, int axis) { return axis_query<vok_get_drv_version>(tra, axis); }
-uint32_t tra_get_ext_product(TRA *tra, int axis) { return axis_query<vok_get_ext_product>(tra, axis); }
-uint32_t tra_get_ext_version(TRA *tra, int axis) { return axis_query<vok_get_ext_version>(tra, axis); }
+uint32_t tra_get_drv_product(TRA *tra, int axis) {
+    return axis_query<vok_get_drv_product>(tra, axis);
+}
+uint32_t tra_get_drv_version(TRA *tra, int axis) {
+    return axis_query<vok_get_drv_version>(tra, axis);
+}
+uint32_t tra_get_ext_product(TRA *tra, int axis) {
+    return axis_query<vok_get_ext_product>(tra, axis);
+}
+uint32_t tra_get_ext_version(TRA *tra, int axis) {
+    return axis_query<vok_get_ext_version>(tra, axis);
+}
 
 } // extern "C"

@@ -31,10 +31,10 @@ struct TRA_TD {
 
 // One name of a lookup table: a register alias or a command name and where it is valid.
 struct LookupEntry {
-    const char *name;    // owned by the dictionary library, valid for the life of the process
-    uint32_t index;      // register index or command number
-    uint32_t type;       // register type 0..127, COMMAND_TYPE in the command table
-    uint64_t axes;       // bit n: the name is valid on axis n
+    const char *name; // owned by the dictionary library, valid for the life of the process
+    uint32_t index;   // register index or command number
+    uint32_t type;    // register type 0..127, COMMAND_TYPE in the command table
+    uint64_t axes;    // bit n: the name is valid on axis n
     uint8_t product_class_only; // seen only in axis-63-class products so far
     uint8_t drive_class_only;   // seen only in products outside that class so far
 };

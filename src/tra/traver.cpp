@@ -10,11 +10,17 @@ using ryn::tra::Tracer;
 
 extern "C" {
 
-uint32_t tra_get_version(void) { return library_version; }
+uint32_t tra_get_version(void) {
+    return library_version;
+}
 
-uint32_t tra_get_ryn_version(void) { return tra_get_version(); }
+uint32_t tra_get_ryn_version(void) {
+    return tra_get_version();
+}
 
-uint32_t tra_get_build_time(void) { return build_time; }
+uint32_t tra_get_build_time(void) {
+    return build_time;
+}
 
 int tra_string_to_version(const char *text, uint32_t *version) {
     static constexpr Tracer t{"traver", "tra_string_to_version"};

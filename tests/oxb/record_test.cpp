@@ -8,10 +8,13 @@
 
 namespace {
 
-uint32_t u32(const unsigned char *p) { return p[0] | p[1] << 8 | p[2] << 16 | uint32_t(p[3]) << 24; }
+uint32_t u32(const unsigned char *p) {
+    return p[0] | p[1] << 8 | p[2] << 16 | uint32_t(p[3]) << 24;
+}
 
 TEST(Record, SizeIsHeaderPlusSlots) {
-    for (int n : {0, 1, 4, 65}) EXPECT_EQ(oxb_record_size(n), 8 + 16 * n);
+    for (int n : {0, 1, 4, 65})
+        EXPECT_EQ(oxb_record_size(n), 8 + 16 * n);
 }
 
 TEST(Record, BuildWritesHeaderAndSlotsLittleEndian) {
@@ -26,7 +29,8 @@ TEST(Record, BuildWritesHeaderAndSlotsLittleEndian) {
     EXPECT_EQ(u32(&rec[8]), 0u);
     EXPECT_EQ(u32(&rec[16]), 5u);
     EXPECT_EQ(u32(&rec[24 + 8]), 0x03128100u);
-    for (std::size_t i = 8 + 16 * 2; i < rec.size(); ++i) EXPECT_EQ(rec[i], 0) << i;
+    for (std::size_t i = 8 + 16 * 2; i < rec.size(); ++i)
+        EXPECT_EQ(rec[i], 0) << i;
 }
 
 TEST(Record, RegisterReadPacksIndexAndSubindex) {

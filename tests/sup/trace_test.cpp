@@ -19,7 +19,8 @@ SUP_FRAME frame(int i) {
 }
 
 void origin(const char *function, int code, const char *detail = nullptr) {
-    sup_trace_error("mod", 10, function, code, "message", detail, nullptr, nullptr, nullptr, nullptr);
+    sup_trace_error("mod", 10, function, code, "message", detail, nullptr, nullptr, nullptr,
+                    nullptr);
 }
 
 TEST_F(TraceTest, OriginThenPassFramesInOrder) {
@@ -74,7 +75,8 @@ TEST_F(TraceTest, BoundedAtMaxFramesAndTextsCopied) {
         origin("origin", -1, temporary.c_str());
         temporary.assign("overwritten");
     }
-    for (int i = 0; i < 3 * SUP_TRACE_MAX_FRAMES; ++i) sup_trace_pass("mod", i, "pass", nullptr);
+    for (int i = 0; i < 3 * SUP_TRACE_MAX_FRAMES; ++i)
+        sup_trace_pass("mod", i, "pass", nullptr);
     EXPECT_EQ(sup_trace_count(), SUP_TRACE_MAX_FRAMES);
     EXPECT_STREQ(frame(0).details[0], "stack text");
     origin("long", -1, long_detail.c_str());
@@ -84,7 +86,8 @@ TEST_F(TraceTest, BoundedAtMaxFramesAndTextsCopied) {
 TEST_F(TraceTest, GetRefusesBadIndexesAndNull) {
     origin("only", -1);
     SUP_FRAME f{};
-    for (int bad : {-1, 1, SUP_TRACE_MAX_FRAMES}) EXPECT_EQ(sup_trace_get(bad, &f), SUP_EBADPARAM);
+    for (int bad : {-1, 1, SUP_TRACE_MAX_FRAMES})
+        EXPECT_EQ(sup_trace_get(bad, &f), SUP_EBADPARAM);
     EXPECT_EQ(sup_trace_get(0, nullptr), SUP_EBADPARAM);
 }
 

@@ -12,7 +12,7 @@ TEST(Version, TextAndPackedFormsAgree) {
         const char *text;
         uint32_t packed;
     } rows[] = {
-        {"4.27B", 0x04278100}, {"3.12B", 0x03128100}, {"0.00A", 0x00008000},
+        {"4.27B", 0x04278100},  {"3.12B", 0x03128100},  {"0.00A", 0x00008000},
         {"12.05Z", 0x0C059900}, {"99.99A", 0x63998000},
     };
     for (const Row &r : rows) {

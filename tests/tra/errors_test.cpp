@@ -39,7 +39,8 @@ TEST(Errors, MessagesAreKeptLetterForLetter) {
         {TRA_EBADRESPONSE, "orax bus bad response"},
         {TRA_EGETREC, "orax bus port error (get)"},
     };
-    for (const auto &[code, text] : odd) EXPECT_EQ(tra_translate_error(code), text);
+    for (const auto &[code, text] : odd)
+        EXPECT_EQ(tra_translate_error(code), text);
 }
 
 TEST(Errors, OutsideTheTableIsUnknown) {

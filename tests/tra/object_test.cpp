@@ -45,7 +45,8 @@ TEST_F(Object, BaseCreationRefusesNullOrUsedHandle) {
     TRA *used = tra;
     EXPECT_EQ(_tra_create_base(&used, 0, 0, 0, KIND_DIRECT_OFFLINE), TRA_EBADPARAM);
     EXPECT_EQ(used, tra) << "the caller's handle is left as it was";
-    EXPECT_EQ(trace(), (std::vector<Frame>{{"traopn", 95, "_tra_create_base", TRA_EBADPARAM, "", ""}}));
+    EXPECT_EQ(trace(),
+              (std::vector<Frame>{{"traopn", 95, "_tra_create_base", TRA_EBADPARAM, "", ""}}));
     EXPECT_EQ(_tra_create_base(nullptr, 0, 0, 0, KIND_DIRECT_OFFLINE), TRA_EBADPARAM);
 }
 
@@ -75,7 +76,11 @@ TEST_F(Object, SettersRefuseBadHandlesAtTheirLines) {
         int (*call)(TRA *);
     } rows[] = {
         {"tra_set_flags", 304, [](TRA *t) { return tra_set_flags(t, 1); }},
-        {"tra_get_progress", 185, [](TRA *t) { double p; return tra_get_progress(t, &p); }},
+        {"tra_get_progress", 185,
+         [](TRA *t) {
+             double p;
+             return tra_get_progress(t, &p);
+         }},
         {"tra_set_progress", 210, [](TRA *t) { return tra_set_progress(t, 0.5); }},
         {"tra_oxcom_get_iso_converter", 238,
          [](TRA *t) { return tra_oxcom_get_iso_converter(t, nullptr, nullptr); }},
@@ -88,7 +93,8 @@ TEST_F(Object, SettersRefuseBadHandlesAtTheirLines) {
         for (const Row &r : rows) {
             sup_trace_clear();
             EXPECT_EQ(r.call(handle), TRA_EBADPARAM) << r.function;
-            EXPECT_EQ(trace(), (std::vector<Frame>{{"traopn", r.line, r.function, TRA_EBADPARAM, "", ""}}));
+            EXPECT_EQ(trace(),
+                      (std::vector<Frame>{{"traopn", r.line, r.function, TRA_EBADPARAM, "", ""}}));
         }
     }
     tra->kind = KIND_DIRECT_OFFLINE;
@@ -115,8 +121,12 @@ TEST_F(Object, ProgressOnlyGrowsWithinZeroAndOne) {
         int rc;
         double after;
     } steps[] = {
-        {0.7, 0, 0.7}, {0.5, TRA_EBADPARAM, 0.7}, {0.7, 0, 0.7}, {1.0, 0, 1.0},
-        {1.0000001, TRA_EBADPARAM, 1.0}, {-0.1, TRA_EBADPARAM, 1.0},
+        {0.7, 0, 0.7},
+        {0.5, TRA_EBADPARAM, 0.7},
+        {0.7, 0, 0.7},
+        {1.0, 0, 1.0},
+        {1.0000001, TRA_EBADPARAM, 1.0},
+        {-0.1, TRA_EBADPARAM, 1.0},
         {std::numeric_limits<double>::quiet_NaN(), TRA_EBADPARAM, 1.0},
     };
     for (const Step &s : steps) {
@@ -126,7 +136,8 @@ TEST_F(Object, ProgressOnlyGrowsWithinZeroAndOne) {
         tra_get_progress(tra, &p);
         EXPECT_EQ(p, s.after) << s.value;
         if (s.rc != 0) {
-            EXPECT_EQ(trace(), (std::vector<Frame>{{"traopn", 214, "tra_set_progress", TRA_EBADPARAM, "", ""}}));
+            EXPECT_EQ(trace(), (std::vector<Frame>{
+                                   {"traopn", 214, "tra_set_progress", TRA_EBADPARAM, "", ""}}));
         }
     }
     EXPECT_EQ(tra_get_progress(tra, nullptr), 0);
@@ -141,7 +152,9 @@ TEST_F(Object, SettingFlagsAlwaysMarksTablesStale) {
     }
 }
 
-int converter(OXB_BUS *, void *, double *, uint32_t, int32_t, int32_t, int32_t, void *) { return 0; }
+int converter(OXB_BUS *, void *, double *, uint32_t, int32_t, int32_t, int32_t, void *) {
+    return 0;
+}
 
 TEST_F(Object, IsoConverterAndPreferenceMaskAreStoredAndReadBack) {
     int context = 0;
@@ -157,7 +170,8 @@ TEST_F(Object, IsoConverterAndPreferenceMaskAreStoredAndReadBack) {
 }
 
 TEST_F(Object, PerAxisGettersWithoutSetsReturnZero) {
-    for (int axis : {0, 5, 63, 64, 1000, -1}) EXPECT_EQ(tra_get_drv_product(tra, axis), 0u);
+    for (int axis : {0, 5, 63, 64, 1000, -1})
+        EXPECT_EQ(tra_get_drv_product(tra, axis), 0u);
     EXPECT_EQ(_tra_first_axis(tra), 0);
 }
 
@@ -198,7 +212,8 @@ TEST_F(Object, SettingsFromSeveralThreads) {
                 (void)tra_get_flags(tra);
             }
         });
-    for (auto &th : threads) th.join();
+    for (auto &th : threads)
+        th.join();
     EXPECT_LT(tra_get_flags(tra), 4u);
 }
 
@@ -208,9 +223,9 @@ TEST(NameCompare, CaseInsensitiveSignedAndPrefixFirst) {
         const char *b;
         int expect;
     } rows[] = {
-        {"POS_KP", "pos_kp", 0}, {"A", "B", -1},       {"b", "A", 1},   {"K", "K1", -1},
-        {"K1", "K", 1},          {"", "", 0},          {"", "A", -1},   {"_", "a", -1},
-        {"[", "a", -1},          {"Z", "[", 1},        {"\xe9", "a", -1}, {"MVE", "MVe", 0},
+        {"POS_KP", "pos_kp", 0}, {"A", "B", -1}, {"b", "A", 1},     {"K", "K1", -1},
+        {"K1", "K", 1},          {"", "", 0},    {"", "A", -1},     {"_", "a", -1},
+        {"[", "a", -1},          {"Z", "[", 1},  {"\xe9", "a", -1}, {"MVE", "MVe", 0},
     };
     for (const Row &r : rows) {
         EXPECT_EQ(_tra_name_compare(&r.a, &r.b), r.expect) << r.a << " vs " << r.b;

@@ -1,8 +1,8 @@
 // The library's version functions.
 #include <gtest/gtest.h>
 
-#include "trace_helpers.hpp"
 #include "ryn/tra.h"
+#include "trace_helpers.hpp"
 
 namespace {
 
@@ -26,7 +26,8 @@ TEST(LibraryVersion, BadTextIsInvalidParameterNotVersionSyntax) {
         uint32_t v = 0;
         EXPECT_EQ(tra_string_to_version(bad, &v), TRA_EBADPARAM);
         EXPECT_EQ(ryn::test::trace(),
-                  (std::vector<ryn::test::Frame>{{"traver", 134, "tra_string_to_version", TRA_EBADPARAM, "", ""}}));
+                  (std::vector<ryn::test::Frame>{
+                      {"traver", 134, "tra_string_to_version", TRA_EBADPARAM, "", ""}}));
     }
 }
 
