@@ -298,7 +298,7 @@ TEST_F(OraxFamily, TypesOfTheCurrentDrive) {
     EXPECT_EQ(vok_get_register_rows(d, K, 5), 1);
     EXPECT_EQ(vok_get_register_columns(d, K, 5), 3);
     EXPECT_GE(vok_get_subindex_count(d, K), 8);
-    EXPECT_EQ(vok_get_subindex_count(d, M), 11);
+    EXPECT_GE(vok_get_subindex_count(d, M), 11);
     // Every name is a register type name the parser can tell from a command and a number.
     for (uint32_t k = 0; k < VOK_TYPE_COUNT; ++k) {
         EXPECT_EQ(vok_is_vector_kind(k), (k & 31) == 15 || (k & 31) == 16) << k;
