@@ -6,6 +6,7 @@
 #include <limits>
 #include <new>
 #include <set>
+#include <unordered_map>
 
 #include <nlohmann/json.hpp>
 
@@ -95,7 +96,8 @@ class Loader {
     std::map<std::string, uint32_t> type_by_name_; // name -> kind word
     std::map<std::string, int32_t> enum_by_name_;
     // Register source objects, so that a later version can change some fields of a register.
-    std::map<const Register *, json> reg_source_;
+    std::unordered_map<const Register *, const json *> reg_source_;
+    std::deque<json> merged_; // sources of changed registers
     std::map<std::string, std::vector<const Register *>> reg_sets_;
     std::map<std::string, std::vector<const Command *>> cmd_sets_;
     // Products: raw version descriptions and the resolution state of each version.
@@ -680,6 +682,7 @@ class Loader {
                 text_of(src, "alias", p).find("{i}") == std::string::npos &&
                 text_of(src, "alias", p).find("{n}") == std::string::npos)
                 fail(at(p, "alias"), "one alias for a range of registers");
+            const Register *first = nullptr;
             for (uint32_t idx = ref.first; idx <= ref.last; ++idx) {
                 RegisterKey key = reg_key(ref.kind, idx);
                 if (!here.insert(key).second)
@@ -690,19 +693,35 @@ class Loader {
                     if (b != base->end()) earlier = b->second;
                 }
                 if (earlier) {
-                    json merged = reg_source_.at(earlier);
+                    json &merged = merged_.emplace_back(*reg_source_.at(earlier));
                     for (auto it = src.begin(); it != src.end(); ++it)
                         merged[it.key()] = it.value();
                     const Register *r = make_register(merged, p, ref.kind, idx, ref.first);
-                    reg_source_[r] = std::move(merged);
+                    reg_source_[r] = &merged;
                     out[key] = r;
+                } else if (first != nullptr) {
+                    // Further registers of a range: the first one's definition, renumbered.
+                    out[key] = renumber(*first, src, p, idx, ref.first);
+                    reg_source_[out[key]] = &src;
                 } else {
                     const Register *r = make_register(src, p, ref.kind, idx, ref.first);
-                    reg_source_[r] = src;
+                    reg_source_[r] = &src;
                     out[key] = r;
+                    first = r;
                 }
             }
         }
+    }
+
+    const Register *renumber(const Register &model, const json &src, const std::string &place,
+                             uint32_t index, uint32_t first) {
+        Register r = model;
+        r.index = index;
+        if (r.alias) r.alias = f_.intern(substitute(text_of(src, "alias", place), index, first));
+        if (r.description)
+            r.description = f_.intern(substitute(text_of(src, "description", place), index, first));
+        f_.registers.push_back(std::move(r));
+        return &f_.registers.back();
     }
 
     void load_register_set(const std::string &name, const json &arr, const std::string &place) {
