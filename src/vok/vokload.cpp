@@ -93,6 +93,9 @@ class Loader {
 
   private:
     Family &f_;
+    // A bound on the size of a family, so that a short description cannot ask for gigabytes.
+    static constexpr size_t kMaxElements = 4u << 20;
+    size_t element_total_ = 0;
     std::map<std::string, uint32_t> type_by_name_; // name -> kind word
     std::map<std::string, int32_t> enum_by_name_;
     // Register source objects, so that a later version can change some fields of a register.
@@ -438,15 +441,22 @@ class Loader {
                 if (it == by_name.end()) fail(px, "unknown parent entry \"" + parents[k] + "\"");
                 en.entries[k].parent = static_cast<int32_t>(it->second);
             }
-            // A parent chain must end at the top.
+            // A parent chain must end at the top: walk each chain once, marking what is settled.
+            std::vector<uint8_t> state(en.entries.size(), 0); // 0 new, 1 on the path, 2 settled
             for (size_t k = 0; k < en.entries.size(); ++k) {
-                int32_t cur = en.entries[k].parent;
-                for (size_t steps = 0; cur >= 0; ++steps) {
-                    if (steps > en.entries.size())
-                        fail(at(at(p, "entries"), k), "enumeration cycle through entry \"" +
-                                                          std::string(en.entries[k].name) + "\"");
-                    cur = en.entries[cur].parent;
+                std::vector<size_t> path;
+                int32_t cur = static_cast<int32_t>(k);
+                while (cur >= 0 && state[size_t(cur)] == 0) {
+                    state[size_t(cur)] = 1;
+                    path.push_back(size_t(cur));
+                    cur = en.entries[size_t(cur)].parent;
                 }
+                if (cur >= 0 && state[size_t(cur)] == 1)
+                    fail(at(at(p, "entries"), k), "enumeration cycle through entry \"" +
+                                                      std::string(en.entries[size_t(cur)].name) +
+                                                      "\"");
+                for (size_t x : path)
+                    state[x] = 2;
             }
             f_.enums.emplace(en.id, std::move(en));
         }
@@ -638,6 +648,10 @@ class Loader {
         }
         if (r.format == VOK_FORMAT_STRING && is_float_class(kind))
             fail(at(place, "format"), "a string register holds integers");
+        element_total_ += count;
+        if (element_total_ > kMaxElements)
+            fail(place, "the family holds more than " + std::to_string(kMaxElements) +
+                            " register elements");
         r.elements.resize(count);
         element_values(src, place, r, r.elements, 0, count);
         if (src.contains("element")) {
@@ -715,6 +729,10 @@ class Loader {
 
     const Register *renumber(const Register &model, const json &src, const std::string &place,
                              uint32_t index, uint32_t first) {
+        element_total_ += model.elements.size();
+        if (element_total_ > kMaxElements)
+            fail(place, "the family holds more than " + std::to_string(kMaxElements) +
+                            " register elements");
         Register r = model;
         r.index = index;
         if (r.alias) r.alias = f_.intern(substitute(text_of(src, "alias", place), index, first));
