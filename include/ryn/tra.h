@@ -155,6 +155,37 @@ RYN_EXPORT int tra_string_to_version(const char *text, uint32_t *version);
 /* Writes the text form of a packed version into buffer (size characters, terminator included). */
 RYN_EXPORT int tra_version_to_string(char *buffer, int size, uint32_t version);
 
+/* ---- Offline translators for named drive configurations ---- */
+
+/* Creates a direct translator for one drive configuration on all 64 axes. */
+RYN_EXPORT int tra_create_direct_traductor_o(TRA **out, uint32_t product, uint32_t version,
+                                             uint32_t ext_product, uint32_t ext_version,
+                                             uint32_t flags);
+/* Creates a direct translator: one configuration on axes 0..62, a second one on axis 63. */
+RYN_EXPORT int tra_create_direct_traductor_o2(TRA **out, uint32_t product, uint32_t version,
+                                              uint32_t ext_product, uint32_t ext_version,
+                                              uint32_t product_63, uint32_t version_63,
+                                              uint32_t ext_product_63, uint32_t ext_version_63,
+                                              uint32_t flags);
+/* Whether a handle is a direct translator (offline or bus-bound). */
+RYN_EXPORT int tra_is_valid_direct_traductor(TRA *tra);
+/* Whether a handle is a bus-bound direct translator. */
+RYN_EXPORT int tra_is_valid_direct_traductor_e(TRA *tra);
+/* Creates a register translator for one drive configuration on all 64 axes. */
+RYN_EXPORT int tra_create_register_traductor_o(TRA **out, uint32_t product, uint32_t version,
+                                               uint32_t ext_product, uint32_t ext_version,
+                                               uint32_t flags);
+/* Creates a register translator: one configuration on axes 0..62, a second one on axis 63. */
+RYN_EXPORT int tra_create_register_traductor_o2(TRA **out, uint32_t product, uint32_t version,
+                                                uint32_t ext_product, uint32_t ext_version,
+                                                uint32_t product_63, uint32_t version_63,
+                                                uint32_t ext_product_63, uint32_t ext_version_63,
+                                                uint32_t flags);
+/* Whether a handle is a register translator (offline or bus-bound). */
+RYN_EXPORT int tra_is_valid_register_traductor(TRA *tra);
+/* Whether a handle is a bus-bound register translator. */
+RYN_EXPORT int tra_is_valid_register_traductor_e(TRA *tra);
+
 #ifdef __cplusplus
 }
 #endif
