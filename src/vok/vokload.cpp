@@ -1104,6 +1104,13 @@ int load_family(const std::string &text, const std::string &source, std::unique_
             if (colon != std::string::npos) what = what.substr(colon + 2);
             message = source + ": " + line_column(text, e.byte == 0 ? 0 : e.byte - 1) + ": " + what;
             return VOK_EFORMAT;
+        } catch (const json::exception &e) {
+            // A number beyond the range of a double, for instance.
+            std::string what = e.what();
+            auto bracket = what.find("] ");
+            if (bracket != std::string::npos) what = what.substr(bracket + 2);
+            message = source + ": " + what;
+            return VOK_EFORMAT;
         }
         auto family = std::make_unique<Family>();
         family->source = source;
@@ -1113,6 +1120,9 @@ int load_family(const std::string &text, const std::string &source, std::unique_
             message = source + ": " + f.place + ": " + f.what;
             return VOK_EFAMILY;
         } catch (const json::exception &e) {
+            message = source + ": " + e.what();
+            return VOK_EFAMILY;
+        } catch (const std::length_error &e) {
             message = source + ": " + e.what();
             return VOK_EFAMILY;
         }
