@@ -74,6 +74,8 @@ class Loader {
         check_keys(doc, "",
                    {"family", "description", "types", "enums", "register_sets", "command_sets",
                     "products", "cards"});
+        f_.name = text_of(doc, "family", "");
+        f_.description = text_of(doc, "description", "");
         if (doc.contains("types")) load_types(array_of(doc, "types", ""), "types");
         if (doc.contains("enums")) load_enums(array_of(doc, "enums", ""), "enums");
         if (doc.contains("register_sets")) {
@@ -1126,6 +1128,10 @@ int load_family(const std::string &text, const std::string &source, std::unique_
             message = source + ": " + e.what();
             return VOK_EFAMILY;
         }
+        for (const auto &[code, p] : family->products)
+            family->product_codes.push_back(code);
+        for (const auto &[code, c] : family->cards)
+            family->card_codes.push_back(code);
         out = std::move(family);
         return 0;
     } catch (const std::bad_alloc &) {

@@ -1,5 +1,6 @@
 // The family registry: the active family, loading others, and opening and closing dictionaries.
 #include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <fstream>
 #include <iterator>
@@ -108,15 +109,37 @@ std::unique_ptr<Model> build_model(const Family &family, const Product &product,
     if (card) place(card->layer);
     for (uint32_t k = 0; k < kTypeCount; ++k) {
         auto &t = m->types[k];
-        for (const Register *reg : t.regs)
-            if (reg && reg->elements.size() > t.subindex_count)
+        for (const Register *reg : t.regs) {
+            if (reg == nullptr) continue;
+            t.indexes.push_back(reg->index);
+            if (reg->elements.size() > t.subindex_count)
                 t.subindex_count = static_cast<uint32_t>(reg->elements.size());
+            if (reg->alias && reg->alias[0])
+                m->aliases.emplace_back(reg->alias, reg_key(k, reg->index));
+        }
         t.present = !t.regs.empty() || (family.types[k].always && family.types[k].name);
     }
+    for (uint32_t c = 0; c < kCommandCount; ++c) {
+        const Command *cmd = m->commands[c];
+        if (cmd == nullptr) continue;
+        m->command_numbers.push_back(c);
+        if (cmd->name && cmd->name[0]) m->command_names.emplace_back(cmd->name, c);
+    }
+    auto by_name = [](const auto &a, const auto &b) { return name_less(a.first, b.first); };
+    std::stable_sort(m->aliases.begin(), m->aliases.end(), by_name);
+    std::stable_sort(m->command_names.begin(), m->command_names.end(), by_name);
     return m;
 }
 
 } // namespace
+
+bool name_less(const char *a, const char *b) {
+    for (;; ++a, ++b) {
+        int x = std::toupper(static_cast<unsigned char>(*a));
+        int y = std::toupper(static_cast<unsigned char>(*b));
+        if (x != y || x == 0) return x < y;
+    }
+}
 
 const Family &active_family() {
     Registry &r = registry();
