@@ -1,5 +1,6 @@
 // The family registry: the active family, loading others, and opening and closing dictionaries.
 #include <algorithm>
+#include <atomic>
 #include <cctype>
 #include <cstdio>
 #include <fstream>
@@ -31,6 +32,14 @@ Registry &registry() {
 
 thread_local std::string t_family_error;
 
+// The active family for readers that do not take the lock; written under the lock.
+std::atomic<const Family *> g_active{nullptr};
+
+void set_active(Registry &r, const Family *f) {
+    r.active = f;
+    g_active.store(f, std::memory_order_release);
+}
+
 // Loads the embedded family on first use; the registry lock is held.
 const Family *embedded_locked(Registry &r) {
     if (r.embedded != nullptr) return r.embedded;
@@ -48,7 +57,7 @@ const Family *embedded_locked(Registry &r) {
 }
 
 const Family &active_locked(Registry &r) {
-    if (r.active == nullptr) r.active = embedded_locked(r);
+    if (r.active == nullptr) set_active(r, embedded_locked(r));
     return *r.active;
 }
 
@@ -77,7 +86,7 @@ int install(const std::string &text, const std::string &source) {
             return refuse_load(VOK_EBUSY,
                                source + ": " + std::to_string(r.open) + " dictionaries are open");
         r.families.push_back(std::move(f));
-        r.active = r.families.back().get();
+        set_active(r, r.families.back().get());
         t_family_error.clear();
         return 0;
     } catch (const std::bad_alloc &) {
@@ -142,6 +151,7 @@ bool name_less(const char *a, const char *b) {
 }
 
 const Family &active_family() {
+    if (const Family *f = g_active.load(std::memory_order_acquire)) return *f;
     Registry &r = registry();
     std::lock_guard<std::mutex> g(r.lock);
     return active_locked(r);
@@ -274,7 +284,7 @@ int vok_load_default_family(void) {
     if (r.open > 0)
         return refuse_load(VOK_EBUSY, std::string(embedded_family_name) + ": " +
                                           std::to_string(r.open) + " dictionaries are open");
-    r.active = embedded_locked(r);
+    set_active(r, embedded_locked(r));
     t_family_error.clear();
     return 0;
 }
