@@ -279,7 +279,7 @@ class Loader {
             if (!t.is_object()) fail(p, "must be an object");
             check_keys(t, p,
                        {"code", "names", "description", "descriptions", "hidden", "whole_writable",
-                        "always", "readonly"});
+                        "always", "readonly", "addresses"});
             uint32_t code = u32_of(t, "code", p, 0, 31);
             if (!seen.insert(code).second)
                 fail(at(p, "code"), "type code " + std::to_string(code) + " declared twice");
@@ -290,6 +290,14 @@ class Loader {
                 info.whole_writable = flag_of(t, "whole_writable", p);
                 info.always = flag_of(t, "always", p);
                 info.readonly = flag_of(t, "readonly", p);
+                if (flag_of(t, "addresses", p)) {
+                    Register r;
+                    r.kind = code | (c << 5);
+                    r.format = is_float_class(r.kind) ? VOK_FORMAT_FLOAT : VOK_FORMAT_DECIMAL;
+                    r.elements.resize(1);
+                    f_.registers.push_back(std::move(r));
+                    info.address_register = &f_.registers.back();
+                }
                 if (!desc.empty()) info.description = f_.intern(desc);
             }
             if (t.contains("descriptions")) {

@@ -103,6 +103,8 @@ struct TypeInfo {
     bool whole_writable = false;
     bool always = false;   // present in every dictionary, even without registers
     bool readonly = false; // no register of the type may be assigned
+    // Absolute addresses: every index names a one-element register that is not listed.
+    const Register *address_register = nullptr;
 };
 
 using RegisterKey = uint32_t; // kind << 16 | index
