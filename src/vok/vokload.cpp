@@ -74,6 +74,8 @@ class Loader {
         check_keys(doc, "",
                    {"family", "description", "types", "enums", "register_sets", "command_sets",
                     "products", "cards"});
+        f_.name = text_of(doc, "family", "");
+        f_.description = text_of(doc, "description", "");
         if (doc.contains("types")) load_types(array_of(doc, "types", ""), "types");
         if (doc.contains("enums")) load_enums(array_of(doc, "enums", ""), "enums");
         if (doc.contains("register_sets")) {
@@ -277,7 +279,7 @@ class Loader {
             if (!t.is_object()) fail(p, "must be an object");
             check_keys(t, p,
                        {"code", "names", "description", "descriptions", "hidden", "whole_writable",
-                        "always", "readonly"});
+                        "always", "readonly", "addresses"});
             uint32_t code = u32_of(t, "code", p, 0, 31);
             if (!seen.insert(code).second)
                 fail(at(p, "code"), "type code " + std::to_string(code) + " declared twice");
@@ -288,6 +290,14 @@ class Loader {
                 info.whole_writable = flag_of(t, "whole_writable", p);
                 info.always = flag_of(t, "always", p);
                 info.readonly = flag_of(t, "readonly", p);
+                if (flag_of(t, "addresses", p)) {
+                    Register r;
+                    r.kind = code | (c << 5);
+                    r.format = is_float_class(r.kind) ? VOK_FORMAT_FLOAT : VOK_FORMAT_DECIMAL;
+                    r.elements.resize(1);
+                    f_.registers.push_back(std::move(r));
+                    info.address_register = &f_.registers.back();
+                }
                 if (!desc.empty()) info.description = f_.intern(desc);
             }
             if (t.contains("descriptions")) {
@@ -1104,6 +1114,13 @@ int load_family(const std::string &text, const std::string &source, std::unique_
             if (colon != std::string::npos) what = what.substr(colon + 2);
             message = source + ": " + line_column(text, e.byte == 0 ? 0 : e.byte - 1) + ": " + what;
             return VOK_EFORMAT;
+        } catch (const json::exception &e) {
+            // A number beyond the range of a double, for instance.
+            std::string what = e.what();
+            auto bracket = what.find("] ");
+            if (bracket != std::string::npos) what = what.substr(bracket + 2);
+            message = source + ": " + what;
+            return VOK_EFORMAT;
         }
         auto family = std::make_unique<Family>();
         family->source = source;
@@ -1115,7 +1132,14 @@ int load_family(const std::string &text, const std::string &source, std::unique_
         } catch (const json::exception &e) {
             message = source + ": " + e.what();
             return VOK_EFAMILY;
+        } catch (const std::length_error &e) {
+            message = source + ": " + e.what();
+            return VOK_EFAMILY;
         }
+        for (const auto &[code, p] : family->products)
+            family->product_codes.push_back(code);
+        for (const auto &[code, c] : family->cards)
+            family->card_codes.push_back(code);
         out = std::move(family);
         return 0;
     } catch (const std::bad_alloc &) {

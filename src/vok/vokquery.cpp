@@ -18,8 +18,9 @@ const Model *model(const VOK_DICT *d) {
 const Register *reg(const VOK_DICT *d, uint32_t kind, uint32_t index) {
     const Model *m = model(d);
     if (m == nullptr || kind >= kTypeCount) return nullptr;
-    const auto &regs = m->types[kind].regs;
-    return index < regs.size() ? regs[index] : nullptr;
+    const auto &t = m->types[kind];
+    if (index < t.regs.size() && t.regs[index] != nullptr) return t.regs[index];
+    return t.present ? m->family->types[kind].address_register : nullptr;
 }
 
 const Element *elem(const VOK_DICT *d, uint32_t kind, uint32_t index, uint32_t sub) {

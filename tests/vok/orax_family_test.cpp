@@ -290,7 +290,16 @@ TEST_F(OraxFamily, TypesOfTheCurrentDrive) {
     }
     EXPECT_FALSE(vok_index_exists(d, K, 13));
     EXPECT_FALSE(vok_register_exists(d, K, 13, 0));
+    // Absolute addresses: any address is a one-element register, none is listed.
     EXPECT_EQ(vok_get_register_count(d, 7), 0);
+    for (uint32_t a : {0u, 1000u, 65533u, 0x00FFFFFFu}) {
+        EXPECT_TRUE(vok_register_exists(d, 7, a, 0)) << a;
+        EXPECT_FALSE(vok_register_exists(d, 7, a, 1)) << a;
+        EXPECT_TRUE(vok_register_writable(d, 7, a, 0)) << a;
+        EXPECT_EQ(vok_get_register_length(d, 7, a), 1);
+        EXPECT_EQ(vok_get_register_name(d, 1, 7, a, 0), nullptr);
+    }
+    EXPECT_FALSE(vok_register_exists(d, 7 | 0x20, 1000, 0));
     EXPECT_EQ(vok_get_register_rows(d, VV, 1), 1);
     EXPECT_EQ(vok_get_register_columns(d, VV, 1), 4);
     EXPECT_EQ(vok_get_register_rows(d, TF, 2), 2);
