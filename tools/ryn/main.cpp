@@ -1,38 +1,34 @@
-// The ryn command-line tool: for now it reports the library's version and its error table.
-#include <cstdio>
-#include <cstring>
+// The ryn command-line tool: translate command text offline and browse the drive family.
+#include <CLI/CLI.hpp>
+#include <iostream>
 
-#include "ryn/tra.h"
-
-namespace {
-
-void print_version() {
-    char text[80];
-    tra_version_to_string(text, sizeof text, tra_get_version());
-    std::printf("ryn translator library %s (0x%08X), built %u\n", text, tra_get_version(),
-                tra_get_build_time());
-}
-
-void print_errors() {
-    std::printf("%6s  %s\n", "code", "message");
-    for (int code = -572; code <= -502; ++code) {
-        const char *message = tra_translate_error(code);
-        if (std::strcmp(message, "unknown error") != 0) std::printf("%6d  %s\n", code, message);
-    }
-}
-
-} // namespace
+#include "common.hpp"
+#include "subcommands.hpp"
 
 int main(int argc, char **argv) {
-    if (argc < 2 || std::strcmp(argv[1], "version") == 0) {
-        print_version();
-        if (argc < 2) print_errors();
-        return 0;
+    CLI::App app{"ryn: the ORAX drives' command language, offline"};
+    app.name("ryn");
+    app.require_subcommand(1);
+    app.footer("Run 'ryn <command> --help' for the options of a command.\n"
+               "Exit status: 0 success, 1 a line or look-up failed, 2 bad usage or input, "
+               "3 the library could not start.");
+    int exit_code = ryn::cli::exit_ok;
+    ryn::cli::add_translate(app, exit_code);
+    ryn::cli::add_dict(app, exit_code);
+    ryn::cli::add_version(app, exit_code);
+    if (argc < 2) {
+        std::cerr << app.help();
+        return ryn::cli::exit_usage;
     }
-    if (std::strcmp(argv[1], "errors") == 0) {
-        print_errors();
-        return 0;
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::CallForHelp &e) {
+        return app.exit(e);
+    } catch (const CLI::CallForAllHelp &e) {
+        return app.exit(e);
+    } catch (const CLI::ParseError &e) {
+        app.exit(e);
+        return ryn::cli::exit_usage;
     }
-    std::fprintf(stderr, "ryn: unknown command '%s' (try: ryn version, ryn errors)\n", argv[1]);
-    return 2;
+    return exit_code;
 }
