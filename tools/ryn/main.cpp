@@ -1,6 +1,7 @@
 // The ryn command-line tool: translate command text offline and browse the drive family.
 #include <CLI/CLI.hpp>
 #include <iostream>
+#include <string>
 
 #include "common.hpp"
 #include "subcommands.hpp"
@@ -20,14 +21,22 @@ int main(int argc, char **argv) {
         std::cerr << app.help();
         return ryn::cli::exit_usage;
     }
+    const std::string first = argv[1];
+    if (first[0] != '-' && first != "translate" && first != "dict" && first != "version") {
+        std::cerr << "ryn: unknown command '" << argv[1]
+                  << "' (the commands: translate, dict, version; see ryn --help)\n";
+        return ryn::cli::exit_usage;
+    }
+    if (argc == 2 && first == "dict") { // a group without its command: show what it offers
+        std::cerr << app.get_subcommand("dict")->help();
+        return ryn::cli::exit_usage;
+    }
     try {
         app.parse(argc, argv);
-    } catch (const CLI::CallForHelp &e) {
-        return app.exit(e);
-    } catch (const CLI::CallForAllHelp &e) {
-        return app.exit(e);
+    } catch (const CLI::Success &e) {
+        return app.exit(e); // --help
     } catch (const CLI::ParseError &e) {
-        app.exit(e);
+        std::cerr << "ryn: " << e.what() << " (see --help)\n";
         return ryn::cli::exit_usage;
     }
     return exit_code;
