@@ -155,6 +155,16 @@ RYN_EXPORT int tra_string_to_version(const char *text, uint32_t *version);
 /* Writes the text form of a packed version into buffer (size characters, terminator included). */
 RYN_EXPORT int tra_version_to_string(char *buffer, int size, uint32_t version);
 
+/* ---- Translation ---- */
+
+/* Writes a record as command text, cut silently to size - 1 characters (docs/record-to-text.md). */
+RYN_EXPORT int tra_oxcom_translate_cmd_to_ascii_ex(TRA *tra, const TRA_RECORD *record,
+                                                   uint64_t axis_mask, char *text, int size);
+/* Writes a request and its answer (one axis) as "register=values", cut as the function above. */
+RYN_EXPORT int tra_oxcom_translate_rqs_to_ascii_ex(TRA *tra, const TRA_RECORD *request,
+                                                   const TRA_RECORD *answer, uint64_t axis_mask,
+                                                   char *text, int size);
+
 #ifdef __cplusplus
 }
 #endif
