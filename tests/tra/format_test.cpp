@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "r2a_tables.hpp"
 #include "trar2a.hpp"
 
 namespace {
@@ -20,21 +21,7 @@ struct Formatting : ::testing::Test {
 
     void SetUp() override {
         ASSERT_EQ(_tra_create_base(&tra, 32, 0, 0, KIND_DIRECT_OFFLINE), 0);
-        for (auto &name : tra->type_names)
-            std::strcpy(name, "??");
-        const std::pair<int, const char *> types[] = {
-            {1, "X"}, {33, "XF"}, {2, "K"},  {34, "KF"}, {66, "KL"}, {98, "KD"},
-            {3, "M"}, {7, "A"},   {15, "V"}, {47, "VF"}, {16, "T"},  {48, "TF"}};
-        for (auto [code, name] : types)
-            std::strcpy(tra->type_names[code], name);
-        tra->registers = {
-            {"POS_KP", 1, 2, ~0ull, 0, 0},
-            {"OTHER_K1", 1, 2, 0x2, 0, 0}, // later entry, never chosen while POS_KP matches
-            {"CTRL_K7", 7, 2, 1ull << 63, 0, 0},
-        };
-        tra->commands = {{"PWR", 124, COMMAND_TYPE, ~0ull, 0, 0},
-                         {"STE", 129, COMMAND_TYPE, ~0ull, 0, 0}};
-        tra->stale = 0;
+        ryn::test::fill_test_tables(tra);
     }
     void TearDown() override { EXPECT_EQ(tra_destroy(&tra), 0); }
 
