@@ -293,22 +293,25 @@ TEST_F(RequestText, RegistersWithTheirValues) {
 
 TEST_F(RequestText, MismatchesAreRefused) {
     const uint32_t etag = V | ELEMENT_REF_TAG_BIT;
-    Rec read = Rec(18, 0).slot(K, encode_register(1, 0, 0)).slot(K, encode_register(2, 0, 0));
-    Rec vq = Rec(19, 0).slot(MARKER, 1).slot(etag, encode_element(1, 0));
+    const Rec read = Rec(18, 0).slot(K, encode_register(1, 0, 0)).slot(K, encode_register(2, 0, 0));
+    const Rec vq = Rec(19, 0).slot(MARKER, 1).slot(etag, encode_element(1, 0));
+    const Rec vector_answer = Rec(19, 0);
+    const Rec one_value = Rec(18, 0).slot(0, 1);
+    const Rec marker_only = Rec(19, 0).slot(MARKER, 1);
+    const Rec float_answer = Rec(19, 0).slot(MARKER, 1).f32(1);
     struct Row {
         const char *name;
         const TRA_RECORD *q, *a;
         uint64_t mask;
-        int line_of_trace;
     } rows[] = {
-        {"null request", nullptr, read.get(), 1, 0},
-        {"null answer", read.get(), nullptr, 1, 0},
-        {"no axis", read.get(), read.get(), 0, 0},
-        {"two axes", read.get(), read.get(), 3, 0},
-        {"another kind", read.get(), Rec(19, 0).get(), 1, 0},
-        {"fewer values than registers", read.get(), Rec(18, 0).slot(0, 1).get(), 1, 0},
-        {"another number of values", vq.get(), Rec(19, 0).slot(MARKER, 1).get(), 1, 0},
-        {"another value class", vq.get(), Rec(19, 0).slot(MARKER, 1).f32(1).get(), 1, 0},
+        {"null request", nullptr, read.get(), 1},
+        {"null answer", read.get(), nullptr, 1},
+        {"no axis", read.get(), read.get(), 0},
+        {"two axes", read.get(), read.get(), 3},
+        {"another kind", read.get(), vector_answer.get(), 1},
+        {"fewer values than registers", read.get(), one_value.get(), 1},
+        {"another number of values", vq.get(), marker_only.get(), 1},
+        {"another value class", vq.get(), float_answer.get(), 1},
     };
     for (const Row &r : rows) {
         sup_trace_clear();
