@@ -239,6 +239,7 @@ TEST_F(RecordText, LongRecordsStayWithinTheBuffer) {
 // ---- Requests and answers ----
 
 struct RequestText : RecordText {
+    using RecordText::text_of;
     std::string text_of(const Rec &q, const Rec &a, uint64_t mask, int *rc = nullptr) {
         char text[REC_TEXT_SIZE];
         int result = _tra_rec2asc2_exec(tra, text, q.get(), a.get(), mask);
@@ -433,6 +434,203 @@ TEST_F(RecordText, CutOutsideTheBoundsStopsTheProcess) {
     Rec q = Rec(18, 0).slot(K, encode_register(1, 0, 0));
     EXPECT_DEATH(tra_oxcom_translate_rqs_to_ascii_ex(tra, q.get(), q.get(), 1, text, 0),
                  "tra_oxcom_translate_rqs_to_ascii_ex: destination size 0");
+}
+
+} // namespace
+
+namespace {
+
+// Record to text with the dictionaries of the ORAX family: ORX-D32 3.12B on axes 0..3.
+struct DictionaryText : RequestText {
+    VOK_DICT *dict = nullptr;
+
+    void SetUp() override {
+        RequestText::SetUp();
+        ASSERT_EQ(vok_open(&dict, 32, 0x03128100, 0, 0), 0);
+        for (int a = 0; a < 4; ++a)
+            tra->axis_dicts[a] = dict;
+        tra->commands.push_back({"TRJ", 310, COMMAND_TYPE, ~0ull, 0, 0});
+        tra->commands.push_back({"DBG", 14340, COMMAND_TYPE, ~0ull, 0, 0});
+        tra->commands.push_back({"MVE", 160, COMMAND_TYPE, ~0ull, 0, 0});
+    }
+    void TearDown() override {
+        tra->axis_dicts.fill(nullptr);
+        vok_close(&dict);
+        RequestText::TearDown();
+    }
+};
+
+uint32_t chars(const char *four) {
+    uint32_t v = 0;
+    for (int i = 0; i < 4 && four[i] != '\0'; ++i)
+        v |= uint32_t(uint8_t(four[i])) << (8 * i);
+    return v;
+}
+
+TEST_F(DictionaryText, ValuesTakeTheRegistersFormats) {
+    const uint32_t tf = 48 | ELEMENT_REF_TAG_BIT, v = V | ELEMENT_REF_TAG_BIT;
+    Rec matrix = Rec(38, 1).slot(MARKER, 2).slot(tf, encode_element(2, 0));
+    for (int k = 0; k < 6; ++k)
+        matrix.slot(list_tag(32, k, 6), std::bit_cast<uint32_t>(1.0f + k));
+    Rec vector = Rec(38, 1).slot(MARKER, 2).slot(v, encode_element(1, 0));
+    for (int k = 0; k < 4; ++k)
+        vector.slot(list_tag(0, k, 4), k + 1);
+    struct Row {
+        const char *name;
+        Rec rec;
+        const char *expected;
+    } rows[] = {
+        {"a string over three elements",
+         Rec(32, 125)
+             .slot(K, encode_destination(30, 0))
+             .slot(0, chars("AXIS"))
+             .slot(0, chars("-1 m"))
+             .slot(0, chars("ain")),
+         "K30.0=\"AXIS-1 main\""},
+        {"a short string", Rec(32, 123).slot(K, encode_destination(30, 0)).slot(0, chars("ab")),
+         "K30.0=\"ab\""},
+        {"a string with a register among its values",
+         Rec(32, 125)
+             .slot(K, encode_destination(30, 0))
+             .slot(0, chars("AXIS"))
+             .slot(K, encode_register(2, 0, 1)),
+         "K30.0=\"AXIS\",K2.1"},
+        {"an address", Rec(32, 123).slot(K, encode_destination(31, 0)).slot(0, 0xC0A8000A),
+         "K31.0=\"192.168.0.10\""},
+        {"a hexadecimal register", Rec(32, 123).slot(K, encode_destination(20, 0)).slot(0, 16),
+         "K20.0=0x10"},
+        {"hexadecimal under an arithmetic operator",
+         Rec(32, 93).slot(K, encode_destination(20, 0)).slot(0, 16), "K20.0*=16"},
+        {"hexadecimal under a bit operator",
+         Rec(32, 97).slot(K, encode_destination(20, 0)).slot(0, 16), "K20.0&~=16"},
+        {"hexadecimal under +=", Rec(32, 91).slot(K, encode_destination(20, 0)).slot(0, 16),
+         "K20.0+=0x10"},
+        {"converted into a hexadecimal register",
+         Rec(32, 122).slot(K, encode_destination(20, 0)).f32(2.5f), "K20.0=2.5F"},
+        {"several elements", Rec(32, 125).slot(K, encode_destination(5, 0)).slot(0, 1).slot(0, 2),
+         "K5.0=1,2"},
+        {"an element of several as a value",
+         Rec(32, 123).slot(K, encode_destination(1, 0)).slot(K, encode_register(5, 0, 0)),
+         "K1.0=K5:0.0"},
+        {"a matrix", matrix, "TF2.0=[[1.0F,2.0F,3.0F],[4.0F,5.0F,6.0F]]"},
+        {"a matrix element",
+         Rec(38, 1)
+             .slot(MARKER, 2)
+             .slot(tf, encode_element(2, 5))
+             .slot(list_tag(32, 0, 1), std::bit_cast<uint32_t>(1.5f)),
+         "TF2[1,2].0=1.5F"},
+        {"a vector", vector, "V1.0=[1,2,3,4]"},
+        // A parameter's format 0 means "none": a hexadecimal parameter is written in decimal.
+        {"a hexadecimal parameter", Rec(88, 4).slot(0, 1).slot(0, 255), "DBG.0=1,255"},
+        {"parameters of three classes", Rec(32, 160).slot(64, 1000).f32(2.5f).f64(1000),
+         "MVE.0=1000L,2.5F,1.0E3D"},
+        {"a list command",
+         Rec(33, 54)
+             .slot(MARKER, 0)
+             .slot(list_tag(0, 0, 3), 1)
+             .slot(list_tag(0, 1, 3), 2)
+             .slot(list_tag(0, 2, 3), 3)
+             .slot(list_tag(0, 0, 2), 10)
+             .slot(list_tag(0, 1, 2), 20),
+         "TRJ.0=[1,2,3],[10,20]"},
+    };
+    for (const Row &r : rows)
+        EXPECT_EQ(text_of(r.rec, 1), r.expected) << r.name;
+}
+
+TEST_F(DictionaryText, CommentsFromTheDictionary) {
+    tra->flags = TRA_FDESCRIPTIONS;
+    struct Row {
+        const char *name;
+        uint32_t flags;
+        Rec rec;
+        const char *expected;
+    } rows[] = {
+        {"add to", 0, Rec(32, 91).slot(K, encode_destination(1, 0)).slot(0, 5),
+         "K1.0+=5                                 ; add to Position loop proportional gain"},
+        {"substract from", 0, Rec(32, 92).slot(K, encode_destination(1, 0)).slot(0, 5),
+         "K1.0-=5                                 ; substract from Position loop proportional "
+         "gain"},
+        {"set, one tab", TRA_FTAB, Rec(32, 123).slot(K, encode_destination(1, 0)).slot(0, 5),
+         "K1.0=5\t; set Position loop proportional gain"},
+        {"set several", TRA_FTABS8, Rec(32, 125).slot(K, encode_destination(5, 0)).slot(0, 1),
+         "K5.0=1\t\t\t\t\t; setd Position scaling, three axes of the gantry"},
+        {"elements", 0,
+         Rec(38, 1)
+             .slot(MARKER, 2)
+             .slot(V | ELEMENT_REF_TAG_BIT, encode_element(1, 1))
+             .slot(list_tag(0, 0, 1), 5),
+         "V1[1].0=5                               ; set Trajectory vector"},
+        {"a command", 0, Rec(32, 124).slot(0, 1),
+         "PWR.0=1                                 ; "
+         "Power stage on or off"},
+        {"a register without a description", 0,
+         Rec(32, 123).slot(31, encode_destination(9, 0)).slot(0, 1), "??9.0=1"},
+    };
+    for (const Row &r : rows) {
+        tra->flags = TRA_FDESCRIPTIONS | r.flags;
+        EXPECT_EQ(text_of(r.rec, 1), r.expected) << r.name;
+    }
+}
+
+TEST_F(DictionaryText, IsoValuesOfConvertibleRegisters) {
+    struct Scale {
+        static int convert(OXB_BUS *, void *drive, double *iso, uint32_t, int32_t, int32_t, int32_t,
+                           void *) {
+            int32_t raw;
+            std::memcpy(&raw, drive, 4);
+            *iso = raw / 1000.0;
+            return 0;
+        }
+    };
+    ASSERT_EQ(tra_oxcom_set_iso_converter(tra, &Scale::convert, nullptr), 0);
+    tra->flags = TRA_FISO_CONVERT;
+    EXPECT_EQ(text_of(Rec(32, 123).slot(K, encode_destination(40, 0)).slot(0, 2500), 1),
+              "K40.0=2.5")
+        << "HOME_OFS converts";
+    EXPECT_EQ(text_of(Rec(32, 123).slot(K, encode_destination(1, 0)).slot(0, 2500), 1), "K1.0=2500")
+        << "POS_KP has no unit";
+    char text[REC_TEXT_SIZE];
+    Rec q = Rec(18, 0).slot(K, encode_register(40, 0, 0));
+    Rec a = Rec(18, 0).slot(0, 2500);
+    ASSERT_EQ(_tra_rec2asc2_exec(tra, text, q.get(), a.get(), 1), 0);
+    EXPECT_STREQ(text, "K40.0=2.5");
+}
+
+TEST_F(DictionaryText, AnswersTakeTheRegistersShape) {
+    const uint32_t v = V | ELEMENT_REF_TAG_BIT, tf = 48 | ELEMENT_REF_TAG_BIT;
+    Rec vq = Rec(19, 0).slot(MARKER, 1), va = Rec(19, 0).slot(MARKER, 1);
+    for (uint32_t k = 0; k < 4; ++k) {
+        vq.slot(v, encode_element(1, k));
+        va.slot(0, k + 1);
+    }
+    Rec mq = Rec(19, 0).slot(MARKER, 1), ma = Rec(19, 0).slot(MARKER, 1);
+    for (uint32_t k = 0; k < 6; ++k) {
+        mq.slot(tf, encode_element(2, k));
+        ma.f32(float(k));
+    }
+    Rec sq(18, 0), sa(18, 0);
+    const char *name[] = {"AXIS", "-1", "", "", "", "", "", ""};
+    for (uint32_t k = 0; k < 8; ++k) {
+        sq.slot(K, encode_register(30, k, 2));
+        sa.slot(0, chars(name[k]));
+    }
+    struct Row {
+        const char *name;
+        const Rec &q, &a;
+        const char *expected;
+    } rows[] = {
+        {"a vector", vq, va, "V1.2=[0x1,0x2,0x3,0x4]"},
+        {"a matrix", mq, ma, "TF2.2=[[0.0F,1.0F,2.0F],[3.0F,4.0F,5.0F]]"},
+        {"a string", sq, sa, "K30.2=\"AXIS-1\""},
+    };
+    for (const Row &r : rows)
+        EXPECT_EQ(text_of(r.q, r.a, 0x4), r.expected) << r.name;
+
+    tra->flags = TRA_FDESCRIPTIONS;
+    Rec q = Rec(18, 0).slot(K, encode_register(31, 0, 2));
+    Rec a = Rec(18, 0).slot(0, 0xC0A8000A);
+    EXPECT_EQ(text_of(q, a, 0x4), "K31.2=\"192.168.0.10\"                    ; Axis IP address");
 }
 
 } // namespace
