@@ -41,8 +41,16 @@ TRA *translator() {
         // A name of 32 characters fills its slot without a terminator.
         std::memset(t->type_names[31], 'Z', TYPE_NAME_SIZE);
         t->registers = {{"POS_KP", 1, 2, ~0ull, 0, 0}, {"CTRL_K7", 7, 2, 1ull << 63, 0, 0}};
-        t->commands = {{"PWR", 124, COMMAND_TYPE, ~0ull, 0, 0}};
+        t->commands = {{"PWR", 124, COMMAND_TYPE, ~0ull, 0, 0},
+                       {"TRJ", 310, COMMAND_TYPE, ~0ull, 0, 0}};
         t->iso_converter = &convert;
+        // Drives of the ORAX family on axes 0..3 and a controller on axis 63; other axes have no
+        // dictionary.
+        VOK_DICT *drive = nullptr, *controller = nullptr;
+        if (vok_open(&drive, 32, 0x03128100, 0, 0) == 0)
+            for (int a = 0; a < 4; ++a)
+                t->axis_dicts[a] = drive;
+        if (vok_open(&controller, 51, 0x02018100, 0, 0) == 0) t->axis_dicts[63] = controller;
         t->stale = 0;
         return t;
     }();
