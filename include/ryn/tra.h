@@ -157,7 +157,7 @@ RYN_EXPORT int tra_version_to_string(char *buffer, int size, uint32_t version);
 
 /* ---- Translation ---- */
 
-/* Writes a record as command text, cut silently to size - 1 characters (docs/record-to-text.md). */
+/* Writes a record as command text; a longer text is cut to size - 1, a size below 1 aborts. */
 RYN_EXPORT int tra_oxcom_translate_cmd_to_ascii_ex(TRA *tra, const TRA_RECORD *record,
                                                    uint64_t axis_mask, char *text, int size);
 /* Writes a request and its answer (one axis) as "register=values", cut as the function above. */

@@ -92,20 +92,15 @@ TEST_F(RecordText, AssignmentsAndOperators) {
         {"broadcast", Rec(32, 123).slot(K, dest).slot(0, 5), 1ull << 63, "*K1=5"},
         {"set a subindex", Rec(32, 123).slot(K, encode_destination(5, 2)).slot(0, 7), 1,
          "K5:2.0=7"},
-        {"set a negative value", Rec(32, 123).slot(K, dest).slot(0, uint32_t(-12)), 1, "K1.0=-12"},
         {"set a 64-bit value", Rec(32, 123).slot(KL, dest).slot(64, 1000000000000ull), 1,
          "KL1.0=1000000000000L"},
         {"set a float", Rec(32, 123).slot(KF, dest).f32(2.5f), 1, "KF1.0=2.5F"},
-        {"set a double", Rec(32, 123).slot(98, dest).f64(0.001), 1, "KD1.0=1.0E-3D"},
         {"set from a register", Rec(32, 123).slot(K, dest).slot(K, encode_register(2, 0, 3)), 1,
          "K1.0=K2.3"},
-        {"set from a broadcast register",
-         Rec(32, 123).slot(K, dest).slot(K, encode_register(2, 0, 63)), 1, "K1.0=*K2"},
         {"set several",
          Rec(32, 125).slot(K, encode_destination(5, 0)).slot(0, 1).slot(0, 2).slot(0, 3), 1,
          "K5.0=1,2,3"},
         {"convert", Rec(32, 122).slot(K, dest).f32(2.5f), 1, "K1.0=2.5F"},
-        {"convert a 64-bit value", Rec(32, 122).slot(K, dest).slot(64, 7), 1, "K1.0=7L"},
         {"whole type", Rec(32, 123).slot(K, encode_destination(65534, 0)).slot(0, 0), 1, "KY.0=0"},
         {"accumulator", Rec(32, 123).slot(X, encode_destination(65535, 0)).slot(0, 4), 1,
          "XAC.0=4"},
@@ -130,17 +125,6 @@ TEST_F(RecordText, AssignmentsAndOperators) {
     };
     for (const Row &r : rows)
         EXPECT_EQ(text_of(r.rec, r.mask), r.expected) << r.name;
-}
-
-TEST_F(RecordText, AliasesOfRegistersAndCommands) {
-    tra->flags = TRA_FUSE_ALIASES;
-    EXPECT_EQ(text_of(Rec(32, 123).slot(K, encode_destination(1, 0)).slot(0, 5), 1), "POS_KP.0=5");
-    EXPECT_EQ(text_of(Rec(32, 123).slot(K, encode_destination(7, 0)).slot(0, 5), 1), "K7.0=5");
-    EXPECT_EQ(text_of(Rec(32, 123).slot(K, encode_destination(7, 0)).slot(0, 5), 1ull << 63),
-              "*CTRL_K7=5");
-    tra->flags = 0;
-    EXPECT_EQ(text_of(Rec(32, 123).slot(K, encode_destination(1, 0)).slot(0, 5), 1), "K1.0=5");
-    EXPECT_EQ(text_of(Rec(32, 124), 1), "PWR.0") << "command names do not depend on the flag";
 }
 
 TEST_F(RecordText, CommandsWithParameters) {
