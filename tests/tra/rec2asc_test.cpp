@@ -2,8 +2,10 @@
 // points with their truncation.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstring>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "r2a_tables.hpp"
@@ -402,6 +404,25 @@ TEST_F(RecordText, EntryPointsRefuseBadHandlesAndPassFailures) {
         EXPECT_STREQ(text, "PWR.0=1");
     }
     tra->kind = kind;
+}
+
+TEST_F(RecordText, ConcurrentCallsOnOneTranslator) {
+    // The writers keep no state of their own: calls from several threads each get their text.
+    std::vector<std::thread> threads;
+    std::atomic<int> wrong{0};
+    for (int n = 0; n < 4; ++n)
+        threads.emplace_back([&, n] {
+            Rec r = Rec(32, 123).slot(K, encode_destination(uint32_t(n), 0)).slot(0, uint32_t(n));
+            const std::string expected = "K" + std::to_string(n) + ".0=" + std::to_string(n);
+            char text[64];
+            for (int i = 0; i < 500; ++i)
+                if (tra_oxcom_translate_cmd_to_ascii_ex(tra, r.get(), 1, text, sizeof text) != 0 ||
+                    expected != text)
+                    ++wrong;
+        });
+    for (auto &t : threads)
+        t.join();
+    EXPECT_EQ(wrong, 0);
 }
 
 TEST_F(RecordText, CutOutsideTheBoundsStopsTheProcess) {
