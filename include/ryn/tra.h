@@ -186,6 +186,16 @@ RYN_EXPORT int tra_is_valid_register_traductor(TRA *tra);
 /* Whether a handle is a bus-bound register translator. */
 RYN_EXPORT int tra_is_valid_register_traductor_e(TRA *tra);
 
+/* ---- Translation ---- */
+
+/* Writes a record as command text; a longer text is cut to size - 1, a size below 1 aborts. */
+RYN_EXPORT int tra_oxcom_translate_cmd_to_ascii_ex(TRA *tra, const TRA_RECORD *record,
+                                                   uint64_t axis_mask, char *text, int size);
+/* Writes a request and its answer (one axis) as "register=values", cut as the function above. */
+RYN_EXPORT int tra_oxcom_translate_rqs_to_ascii_ex(TRA *tra, const TRA_RECORD *request,
+                                                   const TRA_RECORD *answer, uint64_t axis_mask,
+                                                   char *text, int size);
+
 #ifdef __cplusplus
 }
 #endif

@@ -1,0 +1,70 @@
+// The exported translations between command text and bus records.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+
+#include "trar2a.hpp"
+
+namespace ryn::tra {
+namespace {
+
+// Copies a translated text into the caller's buffer, cut to size - 1 characters when it does not
+// fit. A cut into a buffer of a size outside 1..REC_TEXT_SIZE is a misuse the caller cannot be
+// told about through the result, so the process is stopped with a message on standard error.
+void deliver(const char *function, char *text, int size, char *translated) {
+    std::size_t length = std::strlen(translated);
+    if (length >= static_cast<std::size_t>(size < 0 ? 0 : size)) {
+        if (size < 1 || size > REC_TEXT_SIZE) {
+            std::fprintf(stderr,
+                         "ryn: %s: destination size %d outside 1..%d for a text of %zu "
+                         "characters; stopping\n",
+                         function, size, REC_TEXT_SIZE, length);
+            std::fflush(stderr);
+            std::abort();
+        }
+        translated[size - 1] = '\0';
+        length = static_cast<std::size_t>(size - 1);
+    }
+    std::memcpy(text, translated, length + 1);
+}
+
+} // namespace
+} // namespace ryn::tra
+
+using namespace ryn::tra;
+
+extern "C" int tra_oxcom_translate_cmd_to_ascii_ex(TRA *tra, const TRA_RECORD *record,
+                                                   uint64_t axis_mask, char *text, int size) {
+    static constexpr Tracer t{"tracmd", "tra_oxcom_translate_cmd_to_ascii_ex"};
+    if (!accepts(tra)) return t.fail(__LINE__, TRA_EBADPARAM);
+    if (text == nullptr) return t.fail(__LINE__, TRA_EBADPARAM, "null destination text");
+    char translated[REC_TEXT_SIZE];
+    translated[0] = '\0';
+    try {
+        int rc = _tra_rec2asc_ex(tra, translated, record, axis_mask, REC_TEXT_SIZE);
+        if (rc != 0) return t.pass(__LINE__, rc);
+    } catch (const std::exception &) {
+        return t.fail(__LINE__, TRA_ESYSTEM);
+    }
+    deliver(t.function, text, size, translated);
+    return 0;
+}
+
+extern "C" int tra_oxcom_translate_rqs_to_ascii_ex(TRA *tra, const TRA_RECORD *request,
+                                                   const TRA_RECORD *answer, uint64_t axis_mask,
+                                                   char *text, int size) {
+    static constexpr Tracer t{"tracmd", "tra_oxcom_translate_rqs_to_ascii_ex"};
+    if (!accepts(tra)) return t.fail(__LINE__, TRA_EBADPARAM);
+    if (text == nullptr) return t.fail(__LINE__, TRA_EBADPARAM, "null destination text");
+    char translated[REC_TEXT_SIZE];
+    translated[0] = '\0';
+    try {
+        int rc = _tra_rec2asc2_ex(tra, translated, request, answer, axis_mask, REC_TEXT_SIZE);
+        if (rc != 0) return t.pass(__LINE__, rc);
+    } catch (const std::exception &) {
+        return t.fail(__LINE__, TRA_ESYSTEM);
+    }
+    deliver(t.function, text, size, translated);
+    return 0;
+}
