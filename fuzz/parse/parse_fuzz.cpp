@@ -1,0 +1,81 @@
+// Fuzz target: arbitrary bytes as one command line through cleaning, the raw record reader, the
+// parser and the token classifier, with buffers of exactly the sizes the record builder uses.
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "record.hpp"
+#include "traa2r.hpp"
+
+namespace {
+
+using namespace ryn::tra;
+
+void fill_orax_type_names(TRA *tra) {
+    for (auto &name : tra->type_names)
+        std::strcpy(name, "??");
+    struct Family {
+        int code;
+        const char *name;
+    } families[] = {{1, "X"}, {2, "K"},  {3, "M"},  {6, "Q"},  {8, "L"},
+                    {9, "E"}, {12, "W"}, {13, "C"}, {15, "V"}, {16, "T"}};
+    const char *suffix[] = {"", "F", "L", "D"};
+    for (const Family &f : families)
+        for (int c = 0; c < 4; ++c)
+            std::snprintf(tra->type_names[f.code + 32 * c], TYPE_NAME_SIZE, "%s%s", f.name,
+                          suffix[c]);
+    std::strcpy(tra->type_names[7], "A");
+}
+
+TRA *translator() {
+    TRA *tra = nullptr;
+    if (_tra_create_base(&tra, 32, 0, 0, KIND_DIRECT_OFFLINE) != 0) std::abort();
+    fill_orax_type_names(tra);
+    tra->preference_axis_mask = 0x6;
+    return tra;
+}
+
+void check(bool ok) {
+    if (!ok) std::abort();
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    static TRA *tra = translator();
+    std::string line(reinterpret_cast<const char *>(data), size);
+    std::size_t length = std::strlen(line.c_str());
+
+    std::vector<char> clean(length + 1);
+    int kept = _tra_clean_line(line.c_str(), clean.data(), clean.size());
+    check(kept >= 0 && static_cast<std::size_t>(kept) == std::strlen(clean.data()));
+
+    constexpr int32_t capacity = 3;
+    std::vector<uint8_t> record(TRA_RECORD_SIZE(capacity));
+    int32_t count = -1;
+    uint64_t mask = 0;
+    int rc = _tra_parse_raw_record(clean.data(), reinterpret_cast<TRA_RECORD *>(record.data()),
+                                   capacity, &count, &mask);
+    check(rc != 0 || (count >= 0 && count <= capacity && mask != 0));
+
+    auto ctx = std::make_unique<ParseContext>();
+    char *text = clean.data();
+    if (text[0] == '[') {
+        ctx->bracketed = 1;
+        std::size_t n = std::strlen(text);
+        if (n > 1 && text[n - 1] == ']') text[n - 1] = 0;
+        ++text;
+    }
+    if (_tra_parse_asc_cmd(tra, ctx.get(), text) == 0) {
+        check(ctx->count >= 1 && ctx->count <= MAX_TOKENS);
+        if (_tra_parse_std_tokens(tra, ctx.get()) == 0) check(ctx->count <= MAX_TOKENS);
+        for (int i = 0; i < ctx->count; ++i)
+            check(std::memchr(ctx->tokens[i].text, 0, TOKEN_TEXT) != nullptr);
+    }
+    sup_trace_clear();
+    return 0;
+}
