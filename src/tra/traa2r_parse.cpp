@@ -345,7 +345,7 @@ struct Classifier {
     TRA *tra;
     ParseContext *ctx;
 
-    int string(int i) {
+    int string(int i, int *parts_out) {
         Token &tok = ctx->tokens[i];
         std::size_t len = std::strlen(tok.text);
         if (len < 2 || tok.text[len - 1] != '"') return t.fail(__LINE__, TRA_ECMDSYNTAX, tok.text);
@@ -383,6 +383,7 @@ struct Classifier {
         if (parts > 1) tok.closes_row = tok.closes_list = 0;
         tok.set(pack(body, 4));
         ctx->count += parts - 1;
+        *parts_out = parts;
         return 0;
     }
 
@@ -451,7 +452,9 @@ struct Classifier {
                 continue;
             }
             if (tok.text[0] == '"') {
-                if (int rc = string(i)) return rc;
+                int parts = 1;
+                if (int rc = string(i, &parts)) return rc;
+                i += parts - 1; // the parts of a long string are already classified
                 continue;
             }
             if (std::strcmp(tok.text, "STE") != 0) {
