@@ -1,4 +1,5 @@
-// The command text tokenizer: separators, words, names, numbers, axis lists and subscripts.
+// The command text tokenizer: separators, words, names, numbers, axis lists and subscripts, and
+// the conversion of ISO values into drive units.
 #include "traa2r_tokens.hpp"
 
 #include <cfloat>
@@ -344,6 +345,118 @@ int _str2int64(char *text, int64_t *out) {
     int rc = read_integer(t, text, ' ', 64, true, &v);
     if (rc == 0) *out = static_cast<int64_t>(v);
     return rc;
+}
+
+namespace {
+
+// What one axis's dictionary says about converting the value at hand.
+struct Conversion {
+    bool skip = false;   // the register does not exist on this axis: the axis is passed over
+    bool exempt = false; // a filtered stream download does not check this axis's result
+    int code = 0;        // conversion code: the display format of the register or parameter
+    uint32_t value_class = 0;
+};
+
+} // namespace
+
+int _tra_parse_floating_numbers(TRA *tra, ParseContext *ctx, int p, int32_t cmd) {
+    static constexpr Tracer t{"traa2r", "_tra_parse_floating_numbers"};
+    if (tra == nullptr || ctx == nullptr || p < 0 || ctx->count > MAX_OPERANDS || p > ctx->count)
+        return t.fail(__LINE__, TRA_EINTERNAL);
+    bool assignment = cmd == 91 || cmd == 92 || cmd == 123 || cmd == 125;
+    int first = assignment ? p + 1 : p;
+    uint64_t axes = ctx->axis_mask;
+    uint64_t present = tra->present_axes.load();
+    if (present != 0) axes &= present;
+
+    for (int i = first; i < ctx->count; ++i) {
+        Token &tok = ctx->tokens[i];
+        // Only a number written with a fraction or an exponent and no suffix; a register of an
+        // unknown type carries the same tag but is no number.
+        if (tok.type != TAG_ISO || _tra_read_number(tok.text).tag != TAG_ISO) continue;
+        TRA_ISO_CONVERTER converter = tra->iso_converter.load();
+        if (converter == nullptr) return t.fail(__LINE__, TRA_EISOVALUE, tok.text);
+
+        const Token &destination = ctx->tokens[p];
+        uint32_t element = destination.row + static_cast<uint32_t>(i - p) - 1;
+        int param = i - first;
+        uint32_t filter_mode = tra->download_filter_mode.load();
+
+        const VOK_DICT *previous = nullptr;
+        Conversion how;
+        bool converted = false; // the converter was asked on some axis
+        bool succeeded = false; // and answered 0 there
+        bool have_reference = false;
+        uint32_t reference_class = 0;
+        unsigned char reference[8] = {};
+        uint32_t last_class = 0;
+        unsigned char last[8] = {};
+        for (int axis = 0; axis < AXES; ++axis) {
+            if ((axes >> axis & 1) == 0) continue;
+            const VOK_DICT *dict = tra->axis_dicts[static_cast<std::size_t>(axis)];
+            if (dict == nullptr) continue;
+            if (dict != previous) {
+                previous = dict;
+                how = Conversion{};
+                if (!assignment) {
+                    if (!vok_get_param_is_iso(dict, static_cast<uint32_t>(cmd), param))
+                        return t.fail(__LINE__, TRA_EISOVALUE, tok.text);
+                    how.code = vok_get_param_format(dict, static_cast<uint32_t>(cmd), param);
+                    how.value_class =
+                        vok_get_param_kind(dict, static_cast<uint32_t>(cmd), param) & 0x60;
+                } else {
+                    uint32_t kind = static_cast<uint32_t>(destination.type);
+                    if (!vok_register_exists(dict, kind, destination.index, element)) {
+                        how.skip = true;
+                    } else {
+                        if (!vok_register_is_iso(dict, kind, destination.index, element))
+                            return t.fail(__LINE__, TRA_EISOVALUE, tok.text);
+                        how.code = vok_get_register_format(dict, kind, destination.index, element);
+                        how.value_class = kind & 0x60;
+                        if (filter_mode != 0) {
+                            bool user =
+                                vok_test_register(dict, kind, destination.index, element) != 0;
+                            how.exempt = (user && (filter_mode & 1) != 0) ||
+                                         (!user && (filter_mode & 2) != 0);
+                        }
+                    }
+                }
+            }
+            if (how.skip) continue;
+            unsigned char drive[8] = {};
+            double iso = tok.f64();
+            int rc = converter(tra->bus, drive, &iso, how.value_class, how.code, axis, 0,
+                               tra->iso_context.load());
+            converted = true;
+            if (rc == 0) {
+                succeeded = true;
+                last_class = how.value_class;
+                std::memcpy(last, drive, sizeof last);
+            }
+            if (how.exempt) continue;
+            if (rc != 0) return t.fail(__LINE__, TRA_EISOCONV, tok.text);
+            if (have_reference &&
+                (how.value_class != reference_class || std::memcmp(drive, reference, 8) != 0))
+                return t.fail(__LINE__, TRA_EISOCONV, tok.text);
+            if (!have_reference) {
+                have_reference = true;
+                reference_class = how.value_class;
+                std::memcpy(reference, drive, sizeof reference);
+            }
+        }
+        // No addressed axis could take the value in ISO units.
+        if (!converted) return t.fail(__LINE__, TRA_EISOVALUE, tok.text);
+        // Every axis was exempt from checking, and every conversion failed.
+        if (!succeeded) return t.fail(__LINE__, TRA_EISOCONV, tok.text);
+        if (have_reference) {
+            last_class = reference_class;
+            std::memcpy(last, reference, sizeof last);
+        }
+        tok.type = static_cast<int32_t>(last_class);
+        std::memset(tok.value, 0, sizeof tok.value);
+        std::memcpy(tok.value, last, last_class == 0x40 || last_class == 0x60 ? 8 : 4);
+    }
+    return 0;
 }
 
 } // namespace ryn::tra

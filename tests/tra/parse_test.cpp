@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "ryn/vok.h"
 #include "traa2r_tokens.hpp"
 #include "trace_helpers.hpp"
 
@@ -403,6 +404,151 @@ TEST_F(Parse, ErrorsNameTheFunctionAndTheToken) {
             f.line = 0;
         EXPECT_EQ(frames, r.frames) << r.line;
     }
+}
+
+// ISO values, converted on every addressed axis by a converter that records its calls.
+struct Iso : Parse {
+    struct Converter {
+        int calls = 0;
+        int fail_on_axis = -1;    // returns 1 on this axis
+        int differ_on_axis = -1;  // gives another value on this axis
+        uint32_t value_class = 0; // of the last call
+        int32_t code = -1;
+        int32_t last_axis = -1;
+    } converter;
+    VOK_DICT *dict = nullptr;
+
+    static int convert(OXB_BUS *bus, void *drive, double *iso, uint32_t value_class, int32_t code,
+                       int32_t axis, int32_t direction, void *context) {
+        auto *c = static_cast<Converter *>(context);
+        EXPECT_EQ(bus, nullptr);
+        EXPECT_EQ(direction, 0);
+        ++c->calls;
+        c->value_class = value_class;
+        c->code = code;
+        c->last_axis = axis;
+        if (axis == c->fail_on_axis) return 1;
+        double v = *iso * (axis == c->differ_on_axis ? 2000 : 1000);
+        switch (value_class) {
+        case 0x20: {
+            float f = static_cast<float>(v);
+            std::memcpy(drive, &f, 4);
+            break;
+        }
+        case 0x40: {
+            int64_t i = static_cast<int64_t>(v);
+            std::memcpy(drive, &i, 8);
+            break;
+        }
+        case 0x60:
+            std::memcpy(drive, &v, 8);
+            break;
+        default: {
+            int32_t i = static_cast<int32_t>(v);
+            std::memcpy(drive, &i, 4);
+        }
+        }
+        return 0;
+    }
+
+    void SetUp() override {
+        Parse::SetUp();
+        ASSERT_EQ(vok_open(&dict, 32, 0x03128100, 0, 0), 0);
+        for (int axis = 0; axis < 4; ++axis)
+            tra->axis_dicts[static_cast<std::size_t>(axis)] = dict;
+        ASSERT_EQ(tra_oxcom_set_iso_converter(tra, &Iso::convert, &converter), 0);
+    }
+    void TearDown() override {
+        tra->axis_dicts.fill(nullptr);
+        vok_close(&dict);
+        Parse::TearDown();
+    }
+};
+
+TEST_F(Iso, ConvertsOnEveryAxis) {
+    struct Row {
+        const char *name;
+        const char *line;
+        int32_t cmd;
+        int p;
+        uint64_t axes;
+        uint64_t present;
+        uint32_t filter_mode;
+        int fail_on_axis;
+        int differ_on_axis;
+        int rc;
+        int calls;
+        int token; // the converted token
+        int32_t type;
+        double value;
+    } rows[] = {
+        {"int register", "K40=1.5", 123, 0, 0x3, 0, 0, -1, -1, 0, 2, 1, 0x00, 1500},
+        {"float register", "KF1=2.5", 123, 0, 0x1, 0, 0, -1, -1, 0, 1, 1, 0x20, 2500},
+        {"operator", "K40+=0.5", 91, 0, 0x1, 0, 0, -1, -1, 0, 1, 1, 0x00, 500},
+        {"present axes narrow", "K40=1.5", 123, 0, 0xF, 0x2, 0, -1, -1, 0, 1, 1, 0, 1500},
+        {"no converted axis", "K40=1.5", 123, 0, 0x10, 0, 0, -1, -1, TRA_EISOVALUE, 0, 1, 0, 0},
+        {"no ISO register", "K1=1.5", 123, 0, 0x1, 0, 0, -1, -1, TRA_EISOVALUE, 0, 1, 0, 0},
+        {"no such register", "K13=1.5", 123, 0, 0x1, 0, 0, -1, -1, TRA_EISOVALUE, 0, 1, 0, 0},
+        {"converter fails", "K40=1.5", 123, 0, 0x3, 0, 0, 1, -1, TRA_EISOCONV, 2, 1, 0, 0},
+        {"axes differ", "K40=1.5", 123, 0, 0x3, 0, 0, -1, 1, TRA_EISOCONV, 2, 1, 0, 0},
+        {"filter exempts", "K40=1.5", 123, 0, 0x3, 0, 3, 1, -1, 0, 2, 1, 0, 1500},
+        {"filter exempts, none converts", "K40=1.5", 123, 0, 0x1, 0, 3, 0, -1, TRA_EISOCONV, 1, 1,
+         0, 0},
+        {"command parameter", "MVE=1,2.5,3D", 160, 1, 0x1, 0, 0, -1, -1, 0, 1, 2, 0x20, 2500},
+        {"no ISO parameter", "MVE=1,2,3.5", 160, 1, 0x1, 0, 0, -1, -1, TRA_EISOVALUE, 0, 3, 0, 0},
+        {"literal left alone", "K40=15", 123, 0, 0x1, 0, 0, -1, -1, 0, 0, 1, 0, 15},
+    };
+    for (const Row &r : rows) {
+        ASSERT_EQ(parse(r.line), 0) << r.name;
+        ctx.axis_mask = r.axes;
+        tra->present_axes = r.present;
+        tra->download_filter_mode = r.filter_mode;
+        converter = Converter{};
+        converter.fail_on_axis = r.fail_on_axis;
+        converter.differ_on_axis = r.differ_on_axis;
+        sup_trace_clear();
+        EXPECT_EQ(_tra_parse_floating_numbers(tra, &ctx, r.p, r.cmd), r.rc) << r.name;
+        EXPECT_EQ(converter.calls, r.calls) << r.name;
+        if (r.rc != 0) {
+            ASSERT_EQ(sup_trace_count(), 1) << r.name;
+            EXPECT_EQ(trace()[0].function, "_tra_parse_floating_numbers") << r.name;
+            EXPECT_EQ(trace()[0].detail, ctx.tokens[r.token].text) << r.name;
+            continue;
+        }
+        const Token &t = ctx.tokens[r.token];
+        EXPECT_EQ(t.type, r.type) << r.name;
+        if (t.type == 0x20)
+            EXPECT_EQ(t.f32(), static_cast<float>(r.value)) << r.name;
+        else
+            EXPECT_EQ(t.i32(), static_cast<int32_t>(r.value)) << r.name;
+    }
+    tra->download_filter_mode = 0;
+}
+
+TEST_F(Iso, ConversionCodeAndClassComeFromTheDictionary) {
+    ASSERT_EQ(parse("MVE=1,2.5,3D"), 0);
+    ctx.axis_mask = 1;
+    ASSERT_EQ(_tra_parse_floating_numbers(tra, &ctx, 1, 160), 0);
+    EXPECT_EQ(converter.code, vok_get_param_format(dict, 160, 1));
+    EXPECT_EQ(converter.value_class, vok_get_param_kind(dict, 160, 1) & 0x60);
+    ASSERT_EQ(parse("K40=-0.5"), 0);
+    ctx.axis_mask = 1ull << 2;
+    ASSERT_EQ(_tra_parse_floating_numbers(tra, &ctx, 0, 123), 0);
+    EXPECT_EQ(converter.code, vok_get_register_format(dict, 2, 40, 0));
+    EXPECT_EQ(converter.last_axis, 2);
+    EXPECT_EQ(ctx.tokens[1].i32(), -500);
+}
+
+TEST_F(Iso, NoConverter) {
+    ASSERT_EQ(tra_oxcom_set_iso_converter(tra, nullptr, nullptr), 0);
+    ASSERT_EQ(parse("K40=1.5"), 0);
+    ctx.axis_mask = 1;
+    sup_trace_clear();
+    EXPECT_EQ(_tra_parse_floating_numbers(tra, &ctx, 0, 123), TRA_EISOVALUE);
+    EXPECT_EQ(trace(),
+              (std::vector<Frame>{{"traa2r", trace()[0].line, "_tra_parse_floating_numbers",
+                                   TRA_EISOVALUE, "", "1.5"}}));
+    EXPECT_EQ(ctx.tokens[1].type, TAG_ISO) << "the value is left as it was";
 }
 
 } // namespace
