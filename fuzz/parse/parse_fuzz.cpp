@@ -1,5 +1,6 @@
 // Fuzz target: arbitrary bytes as one command line through cleaning, the raw record reader, the
-// parser and the token classifier, with buffers of exactly the sizes the record builder uses.
+// parser, the token classifier and the ISO conversion, with buffers of exactly the sizes the record
+// builder uses.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -9,6 +10,7 @@
 #include <vector>
 
 #include "record.hpp"
+#include "ryn/vok.h"
 #include "traa2r.hpp"
 
 namespace {
@@ -31,11 +33,28 @@ void fill_orax_type_names(TRA *tra) {
     std::strcpy(tra->type_names[7], "A");
 }
 
+int convert(OXB_BUS *, void *drive, double *iso, uint32_t value_class, int32_t, int32_t axis,
+            int32_t, void *) {
+    if (axis == 3 && *iso > 1e6) return 1;
+    double v = *iso * 1000;
+    if (value_class == 0x60) std::memcpy(drive, &v, 8);
+    if (value_class == 0x20) {
+        float f = static_cast<float>(v > 1e30 || v < -1e30 ? 0 : v);
+        std::memcpy(drive, &f, 4);
+    }
+    return 0;
+}
+
 TRA *translator() {
     TRA *tra = nullptr;
     if (_tra_create_base(&tra, 32, 0, 0, KIND_DIRECT_OFFLINE) != 0) std::abort();
     fill_orax_type_names(tra);
     tra->preference_axis_mask = 0x6;
+    VOK_DICT *dict = nullptr;
+    if (vok_open(&dict, 32, 0x03128100, 0, 0) != 0) std::abort();
+    for (int axis = 0; axis < 4; ++axis)
+        tra->axis_dicts[static_cast<std::size_t>(axis)] = dict;
+    tra_oxcom_set_iso_converter(tra, &convert, nullptr);
     return tra;
 }
 
@@ -72,7 +91,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     }
     if (_tra_parse_asc_cmd(tra, ctx.get(), text) == 0) {
         check(ctx->count >= 1 && ctx->count <= MAX_TOKENS);
-        if (_tra_parse_std_tokens(tra, ctx.get()) == 0) check(ctx->count <= MAX_TOKENS);
+        if (_tra_parse_std_tokens(tra, ctx.get()) == 0) {
+            check(ctx->count <= MAX_TOKENS);
+            if (ctx->axis_mask == 0) ctx->axis_mask = 0xF;
+            bool assignment = ctx->tokens[0].is_register();
+            _tra_parse_floating_numbers(tra, ctx.get(), assignment ? 0 : 1, assignment ? 123 : 160);
+        }
         for (int i = 0; i < ctx->count; ++i)
             check(std::memchr(ctx->tokens[i].text, 0, TOKEN_TEXT) != nullptr);
     }
