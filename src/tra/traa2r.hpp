@@ -104,7 +104,8 @@ int _tra_clean_line(const char *text, char *out, std::size_t out_size);
 int _tra_parse_raw_record(const char *line, TRA_RECORD *record, int32_t capacity,
                           int32_t *count_out, uint64_t *mask_out);
 
-// Cuts a cleaned line into the context's tokens.
+// Cuts a cleaned line (after "[" for the bracketed form) into the context's tokens; every field
+// but the bracketed flag is set anew, and flag CTX_NO_AXIS marks a line that names no axis.
 int _tra_parse_asc_cmd(TRA *tra, ParseContext *ctx, char *text);
 // Classifies every token: numbers, strings, addresses, special words, register names.
 int _tra_parse_std_tokens(TRA *tra, ParseContext *ctx);
