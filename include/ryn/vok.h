@@ -57,6 +57,10 @@ RYN_EXPORT int vok_load_family_file(const char *path);
 RYN_EXPORT int vok_load_family_text(const char *json);
 /* Makes the embedded ORAX family active again; no dictionary may be open. */
 RYN_EXPORT int vok_load_default_family(void);
+/* Message of this thread's last refused family load ("file: place: fault"), "" when none. */
+RYN_EXPORT const char *vok_get_family_error(void);
+/* Source of the active family: its file name, "<text>" or "<embedded ORAX family>". */
+RYN_EXPORT const char *vok_get_family_source(void);
 
 /* ---- Opening and closing ---- */
 
