@@ -181,7 +181,8 @@ struct Row {
 
 using CheckFn = int (*)(TRA *, ParseContext *, int, int32_t);
 
-void run(Check &fixture, const std::vector<Row> &rows, CheckFn check) {
+template <class Fixture>
+void run(Fixture &fixture, const std::vector<Row> &rows, CheckFn check) {
     for (const Row &r : rows) {
         fixture.make(r.kind, r.flags);
         ParseContext ctx = context(r.operands, r.axes, r.bracketed);
@@ -403,6 +404,13 @@ TEST_F(Check, CommandsAndRegistersAreKnown) {
     const Token k1 = reg("K1", K, 1);
     const std::vector<Row> rows = {
         {"command known", {word("CLX", 17)}, 1, ax(D32), 17, 0, NONE},
+        {"list assignment on a dictionary that always knows it",
+         {reg("K5", K, 5), i32(1), i32(2)},
+         0,
+         ax(L25),
+         125,
+         0,
+         NONE},
         {"command unknown", {word("??", 9999)}, 1, ax(D32), 9999, TRA_EUNKNOWN, fail},
         {"command of a later version only",
          {word("TUN", 512), f32(1)},
@@ -618,6 +626,20 @@ TEST_F(Check, ValuesInRangeAndEnumeration) {
          123,
          TRA_ERANGE,
          fail},
+        {"range of one of two drives is enough",
+         {reg("K70", K, 70), i32(35000)},
+         0,
+         ax(D32) | ax(D34),
+         123,
+         0,
+         NONE},
+        {"range of none of them",
+         {reg("K70", K, 70), i32(45000)},
+         0,
+         ax(D32) | ax(D34),
+         123,
+         TRA_ERANGE,
+         fail},
         {"list within", {k5, i32(-1000), i32(0), i32(1000)}, 0, ax(D32), 125, 0, NONE},
         {"list, third element above",
          {k5, i32(1), i32(2), i32(1001)},
@@ -776,6 +798,109 @@ TEST_F(Check, EnumerationCheckersWalkTheTree) {
                 : _tra_check_reg_enum(d32, value, r.enumeration, count, r.parent, K, r.index, 0);
         EXPECT_EQ(rc, r.code) << r.name;
     }
+}
+
+// ---- Enumerations of every value class, on a family made for them ----
+
+struct CheckFamily : ::testing::Test {
+    static inline VOK_DICT *a = nullptr, *b = nullptr;
+
+    static void SetUpTestSuite() {
+        ASSERT_EQ(vok_load_family_file(RYN_TEST_DATA "/check-enums.json"), 0);
+        ASSERT_EQ(vok_open(&a, 1, version(1, 0x00, 'A'), 0, 0), 0);
+        ASSERT_EQ(vok_open(&b, 2, version(1, 0x00, 'A'), 0, 0), 0);
+    }
+    static void TearDownTestSuite() {
+        vok_close(&a);
+        vok_close(&b);
+        EXPECT_EQ(vok_load_default_family(), 0);
+    }
+
+    TRA *tra = nullptr;
+
+    // Axes 0 and 2 have the first drive, axis 1 the second.
+    void make(uint32_t kind, uint32_t flags) {
+        release();
+        ASSERT_EQ(_tra_create_base(&tra, 1, 0, flags, kind), 0);
+        tra->axis_dicts[0] = a;
+        tra->axis_dicts[1] = b;
+        tra->axis_dicts[2] = a;
+        sup_trace_clear();
+    }
+    void release() {
+        if (tra == nullptr) return;
+        tra->axis_dicts.fill(nullptr);
+        EXPECT_EQ(tra_destroy(&tra), 0);
+    }
+    void TearDown() override { release(); }
+};
+
+TEST_F(CheckFamily, EnumerationsOfEveryValueClass) {
+    const Frames top{"_tra_check_reg_enum", "_tra_check_everything"};
+    const Frames group{"_tra_check_reg_enum", "_tra_check_reg_enum", "_tra_check_everything"};
+    const Frames command{"_tra_check_cmd_enum", "_tra_check_everything"};
+    const Frames range{"_tra_check_everything"};
+    const Token kl1 = reg("KL1", KL, 1), kd1 = reg("KD1", KD, 1), kf1 = reg("KF1", KF, 1),
+                k1 = reg("K1", K, 1), k2 = reg("K2", K, 2);
+    const uint64_t first = ax(0), second = ax(1), both = ax(0) | ax(1), reverse = ax(1) | ax(2);
+    const std::vector<Row> rows = {
+        {"64-bit group value", {kl1, i64(0x100000000)}, 0, first, 123, 0, NONE},
+        {"64-bit group value not listed",
+         {kl1, i64(0x300000000)},
+         0,
+         first,
+         123,
+         TRA_EBADENUM,
+         group},
+        {"64-bit rest outside the group",
+         {kl1, i64(0x200000001)},
+         0,
+         first,
+         123,
+         TRA_EBADENUM,
+         top},
+        {"double entry", {kd1, f64(1.5)}, 0, first, 123, 0, NONE},
+        {"double not an entry", {kd1, f64(2.0)}, 0, first, 123, TRA_EBADENUM, top},
+        {"double NaN matches no entry", {kd1, f64(DNAN)}, 0, first, 123, TRA_EBADENUM, top},
+        {"float entry", {kf1, f32(0.5f)}, 0, first, 123, 0, NONE},
+        {"float not an entry", {kf1, f32(0.75f)}, 0, first, 123, TRA_EBADENUM, top},
+        {"nested groups leave the outer rest alone", {k1, i32(0x31)}, 0, first, 123, 0, NONE},
+        {"nested group value not listed",
+         {k1, i32(0x13)},
+         0,
+         first,
+         123,
+         TRA_EBADENUM,
+         {"_tra_check_reg_enum", "_tra_check_reg_enum", "_tra_check_reg_enum",
+          "_tra_check_everything"}},
+        {"bits outside the outer group", {k1, i32(0x101)}, 0, first, 123, TRA_EBADENUM, top},
+        {"entry for this register", {reg("K3", K, 3), i32(1)}, 0, first, 123, 0, NONE},
+        {"entry for another register", {reg("K3", K, 3), i32(2)}, 0, first, 123, TRA_EBADENUM, top},
+        {"entry for the other register", {reg("K4", K, 4), i32(2)}, 0, first, 123, 0, NONE},
+        {"entry for every user", {reg("K4", K, 4), i32(0)}, 0, first, 123, 0, NONE},
+        {"entry for this parameter", {word("SEL", 48), i32(1)}, 1, first, 48, 0, NONE},
+        {"entry for registers only",
+         {word("SEL", 48), i32(2)},
+         1,
+         first,
+         48,
+         TRA_EBADENUM,
+         command},
+        {"64-bit parameter groups", {word("WID", 49), i64(0x200000000)}, 1, first, 49, 0, NONE},
+        {"64-bit parameter rest",
+         {word("WID", 49), i64(0x200000004)},
+         1,
+         first,
+         49,
+         TRA_EBADENUM,
+         command},
+        {"the second drive's enumeration accepts", {k2, i32(50)}, 0, both, 123, 0, NONE},
+        {"the second drive alone refuses", {k2, i32(1)}, 0, second, 123, TRA_EBADENUM, top},
+        {"enumeration of the last drive fails", {k2, i32(70)}, 0, reverse, 123, TRA_EBADENUM, top},
+        {"range of the last drive fails", {k2, i32(70)}, 0, both, 123, TRA_ERANGE, range},
+        {"both enumerations fail", {k2, i32(55)}, 0, both, 123, TRA_EBADENUM, top},
+    };
+    run(*this, rows, _tra_check_everything);
 }
 
 // ---- Arguments ----
