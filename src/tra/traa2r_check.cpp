@@ -210,6 +210,26 @@ bool param_value_in_range(const VOK_DICT *d, uint32_t cmd, int param, const Toke
                   vok_get_param_max_int32(d, cmd, param));
 }
 
+// One dictionary's answer on a plain value before its enumeration is consulted: a failure code
+// (range, parameter count), or the enumeration that decides (0: none, the value is accepted).
+struct Verdict {
+    int code;
+    int enumeration;
+};
+
+Verdict register_verdict(const VOK_DICT *d, const Token &reg, uint32_t element,
+                         const Token &value) {
+    const uint32_t kind = kind_of(reg);
+    if (!register_value_in_range(d, kind, reg.index, element, value)) return {TRA_ERANGE, 0};
+    return {0, vok_get_reg_enum(d, kind, reg.index, element)};
+}
+
+Verdict param_verdict(const VOK_DICT *d, uint32_t cmd, int param, const Token &value) {
+    if (vok_get_param_count(d, cmd) <= param) return {TRA_ETOOMANYPARAMS, 0};
+    if (!param_value_in_range(d, cmd, param, value)) return {TRA_ERANGE, 0};
+    return {0, vok_get_param_enum(d, cmd, param)};
+}
+
 } // namespace
 
 int _tra_check_reg_enum(const VOK_DICT *dict, const unsigned char value[8], int enumeration,
@@ -300,7 +320,7 @@ int _tra_check_ip(TRA *tra, ParseContext *ctx, int p, int32_t cmd) {
     if (!address) return 0;
 
     // Between the quotes: digits and exactly three full stops. The groups are not range-checked
-    // and may be empty; the drive takes each group's low 8 bits.
+    // and may be empty: the value keeps each group's low 8 bits.
     const std::size_t n = strnlen(value.text, sizeof value.text);
     if (n < 3) return t.fail(__LINE__, TRA_ECMDSYNTAX, value.text);
     int stops = 0;
@@ -421,64 +441,34 @@ int _tra_check_everything(TRA *tra, ParseContext *ctx, int p, int32_t cmd) {
         bool from_enum = false;
         for (int a = 0; a < dicts.count && !accepted; ++a) {
             const VOK_DICT *d = dicts.dicts[a];
+            Verdict v = assignment ? register_verdict(d, dest, element, value)
+                                   : param_verdict(d, command, k, value);
+            if (v.code == 0 && v.enumeration == 0) {
+                accepted = true;
+                break;
+            }
+            if (v.code != 0) {
+                e = v.code;
+                from_enum = false;
+                continue;
+            }
             // Only the last dictionary's enumeration failure can become the check's failure:
             // the ones before it stay out of the trace.
-            const bool last = a == dicts.count - 1;
-            int enumeration;
             int rc = 0;
-            if (assignment) {
-                if (!register_value_in_range(d, kind_of(dest), dest.index, element, value)) {
-                    e = TRA_ERANGE;
-                    from_enum = false;
-                    continue;
-                }
-                enumeration = vok_get_reg_enum(d, kind_of(dest), dest.index, element);
-                if (enumeration == 0) {
-                    accepted = true;
-                    break;
-                }
-                auto check = [&] {
-                    return _tra_check_reg_enum(d, value.value, enumeration,
-                                               vok_get_enum_count(d, enumeration), -1,
-                                               kind_of(dest), dest.index, element);
-                };
-                if (last) {
-                    rc = check();
-                } else {
-                    suspended([&] { rc = check(); });
-                }
-            } else {
-                if (vok_get_param_count(d, command) <= k) {
-                    e = TRA_ETOOMANYPARAMS;
-                    from_enum = false;
-                    continue;
-                }
-                if (!param_value_in_range(d, command, k, value)) {
-                    e = TRA_ERANGE;
-                    from_enum = false;
-                    continue;
-                }
-                enumeration = vok_get_param_enum(d, command, k);
-                if (enumeration == 0) {
-                    accepted = true;
-                    break;
-                }
-                auto check = [&] {
-                    return _tra_check_cmd_enum(d, value.value, enumeration,
-                                               vok_get_enum_count(d, enumeration), -1, command, k);
-                };
-                if (last) {
-                    rc = check();
-                } else {
-                    suspended([&] { rc = check(); });
-                }
-            }
-            if (rc == 0) {
-                accepted = true;
-            } else {
-                e = rc;
-                from_enum = true;
-            }
+            auto check = [&] {
+                const int count = vok_get_enum_count(d, v.enumeration);
+                rc = assignment ? _tra_check_reg_enum(d, value.value, v.enumeration, count, -1,
+                                                      kind_of(dest), dest.index, element)
+                                : _tra_check_cmd_enum(d, value.value, v.enumeration, count, -1,
+                                                      command, k);
+            };
+            if (a == dicts.count - 1)
+                check();
+            else
+                suspended(check);
+            accepted = rc == 0;
+            e = rc;
+            from_enum = true;
         }
         if (accepted) continue;
         if (from_enum) return t.pass(__LINE__, e);
