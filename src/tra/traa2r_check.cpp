@@ -238,8 +238,8 @@ int _tra_check_reg_enum(const VOK_DICT *dict, const unsigned char value[8], int 
     if (value == nullptr) return t.fail(__LINE__, TRA_EBADPARAM, "value is NULL");
     Value8 v{};
     std::memcpy(v.bytes, value, 8);
-    return check_enum(t, dict, v, enumeration, count, parent, RegisterUse{kind, index, subindex},
-                      0);
+    return check_enum(t, dict, v, enumeration, std::max(count, 0), parent,
+                      RegisterUse{kind, index, subindex}, 0);
 }
 
 int _tra_check_cmd_enum(const VOK_DICT *dict, const unsigned char value[8], int enumeration,
@@ -248,7 +248,8 @@ int _tra_check_cmd_enum(const VOK_DICT *dict, const unsigned char value[8], int 
     if (value == nullptr) return t.fail(__LINE__, TRA_EBADPARAM, "value is NULL");
     Value8 v{};
     std::memcpy(v.bytes, value, 8);
-    return check_enum(t, dict, v, enumeration, count, parent, ParamUse{command, param}, 0);
+    return check_enum(t, dict, v, enumeration, std::max(count, 0), parent, ParamUse{command, param},
+                      0);
 }
 
 int _tra_expand_string_register(TRA *tra, ParseContext *ctx, int p, int32_t cmd) {

@@ -804,6 +804,10 @@ TEST_F(Check, EnumerationCheckersWalkTheTree) {
                 : _tra_check_reg_enum(d32, value, r.enumeration, count, r.parent, K, r.index, 0);
         EXPECT_EQ(rc, r.code) << r.name;
     }
+    // Without entries only zero is a member; a negative entry count means none.
+    const unsigned char zero[8] = {}, five[8] = {5};
+    EXPECT_EQ(_tra_check_reg_enum(d32, zero, mode, -1, -1, K, 12, 0), 0);
+    EXPECT_EQ(_tra_check_reg_enum(d32, five, mode, 0, -1, K, 12, 0), TRA_EBADENUM);
 }
 
 // ---- Enumerations of every value class, on a family made for them ----
