@@ -16,8 +16,8 @@ using namespace ryn::tra;
 using ryn::test::trace;
 
 // Kind words of the ORAX register types used here.
-constexpr int32_t X = 1, K = 2, M = 3, C = 13, W = 12, V = 15, KF = 2 | 32, KL = 2 | 64,
-                  KD = 2 | 96, TF = 16 | 32;
+constexpr int32_t X = 1, K = 2, M = 3, W = 12, V = 15, KF = 2 | 32, KL = 2 | 64, KD = 2 | 96,
+                  TF = 16 | 32;
 constexpr int32_t UNKNOWN_TYPE = -2;
 constexpr uint32_t WHOLE = VOK_WHOLE_TYPE;
 
