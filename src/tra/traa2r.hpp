@@ -47,6 +47,8 @@ struct Token {
     uint8_t opens_list;     // "[[" of the whole list stands in front of this value
     uint8_t closes_list;    // "]]" of the whole list follows this value
     uint8_t whole;          // a name left whole: resolved later as a register alias or command
+    uint8_t listed;         // a value of a command that takes a list: group below applies
+    uint8_t group;          // parameter group of a list value (a bracketed row or a lone value)
     unsigned char value[8]; // literal value, little-endian; 32-bit tags use the first 4 bytes
 
     int32_t i32() const {
@@ -77,6 +79,8 @@ struct Token {
     }
     // A register reference: a kind word above 0 with a non-zero type code.
     bool is_register() const { return type > 0 && (type & 31) != 0; }
+    // Parameter position of the operand k places after the first argument: its group in a list.
+    int param(int k) const { return listed ? group : k; }
     // A plain value: a literal whose type code is 0.
     bool is_value() const { return type >= 0 && (type & 31) == 0; }
 };

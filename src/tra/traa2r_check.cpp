@@ -416,7 +416,7 @@ int _tra_check_everything(TRA *tra, ParseContext *ctx, int p, int32_t cmd) {
         int e = 0;
         bool accepted = false;
         for (const VOK_DICT *d : dicts) {
-            if (cmd < 0 || assignment || i - p < vok_get_param_count(d, command)) {
+            if (cmd < 0 || assignment || reg.param(i - p) < vok_get_param_count(d, command)) {
                 if (vok_register_exists(d, kind_of(reg), reg.index, reg.row) != 0) {
                     accepted = true;
                     break;
@@ -443,7 +443,7 @@ int _tra_check_everything(TRA *tra, ParseContext *ctx, int p, int32_t cmd) {
         for (int a = 0; a < dicts.count && !accepted; ++a) {
             const VOK_DICT *d = dicts.dicts[a];
             Verdict v = assignment ? register_verdict(d, dest, element, value)
-                                   : param_verdict(d, command, k, value);
+                                   : param_verdict(d, command, value.param(k), value);
             if (v.code == 0 && v.enumeration == 0) {
                 accepted = true;
                 break;
@@ -461,7 +461,7 @@ int _tra_check_everything(TRA *tra, ParseContext *ctx, int p, int32_t cmd) {
                 rc = assignment ? _tra_check_reg_enum(d, value.value, v.enumeration, count, -1,
                                                       kind_of(dest), dest.index, element)
                                 : _tra_check_cmd_enum(d, value.value, v.enumeration, count, -1,
-                                                      command, k);
+                                                      command, value.param(k));
             };
             if (a == dicts.count - 1)
                 check();

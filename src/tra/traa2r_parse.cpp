@@ -281,7 +281,9 @@ struct Parser {
                 if (int rc = subscript(s2)) return rc;
                 continue;
             }
-            std::size_t n = _tra_read_word(text + pos, word, sizeof word, true);
+            // A subscript after ":" is a whole number, so that in "K5:2.0" the ".0" names the axis.
+            const bool subscript_follows = s == sep(":") && ctx->count > 0;
+            std::size_t n = _tra_read_word(text + pos, word, sizeof word, !subscript_follows);
             if (n == 0) {
                 if (text[pos] != 0) return t.fail(__LINE__, TRA_ECMDSYNTAX, text + pos);
                 if (ctx->count == 0) return t.fail(__LINE__, TRA_ECMDSYNTAX, text);

@@ -2,8 +2,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <exception>
 
+#include "traa2r.hpp"
 #include "trar2a.hpp"
 
 namespace ryn::tra {
@@ -34,6 +34,21 @@ void deliver(const char *function, char *text, int size, char *translated) {
 
 using namespace ryn::tra;
 
+extern "C" int tra_oxcom_translate_cmd_from_ascii_ex(TRA *tra, TRA_RECORD *record,
+                                                     uint32_t capacity, uint32_t *count,
+                                                     uint64_t *axis_mask, const char *text) {
+    static constexpr Tracer t{"tracmd", "tra_oxcom_translate_cmd_from_ascii_ex"};
+    if (!accepts(tra)) return t.fail(__LINE__, TRA_EBADPARAM);
+    if (text == nullptr) return t.fail(__LINE__, TRA_EBADPARAM, "null command text");
+    if (capacity > 65535) return t.fail(__LINE__, TRA_EBADPARAM, "capacity above 65535");
+    int32_t slots = 0;
+    int rc = _tra_asc2rec_ex(tra, text, record, static_cast<int32_t>(capacity), 0, nullptr, &slots,
+                             axis_mask);
+    if (rc != 0) return t.pass(__LINE__, rc);
+    if (count != nullptr) *count = static_cast<uint32_t>(slots);
+    return 0;
+}
+
 extern "C" int tra_oxcom_translate_cmd_to_ascii_ex(TRA *tra, const TRA_RECORD *record,
                                                    uint64_t axis_mask, char *text, int size) {
     static constexpr Tracer t{"tracmd", "tra_oxcom_translate_cmd_to_ascii_ex"};
@@ -41,12 +56,8 @@ extern "C" int tra_oxcom_translate_cmd_to_ascii_ex(TRA *tra, const TRA_RECORD *r
     if (text == nullptr) return t.fail(__LINE__, TRA_EBADPARAM, "null destination text");
     char translated[REC_TEXT_SIZE];
     translated[0] = '\0';
-    try {
-        int rc = _tra_rec2asc_ex(tra, translated, record, axis_mask, REC_TEXT_SIZE);
-        if (rc != 0) return t.pass(__LINE__, rc);
-    } catch (const std::exception &) {
-        return t.fail(__LINE__, TRA_ESYSTEM);
-    }
+    int rc = _tra_rec2asc_ex(tra, translated, record, axis_mask, REC_TEXT_SIZE);
+    if (rc != 0) return t.pass(__LINE__, rc);
     deliver(t.function, text, size, translated);
     return 0;
 }
@@ -59,12 +70,8 @@ extern "C" int tra_oxcom_translate_rqs_to_ascii_ex(TRA *tra, const TRA_RECORD *r
     if (text == nullptr) return t.fail(__LINE__, TRA_EBADPARAM, "null destination text");
     char translated[REC_TEXT_SIZE];
     translated[0] = '\0';
-    try {
-        int rc = _tra_rec2asc2_ex(tra, translated, request, answer, axis_mask, REC_TEXT_SIZE);
-        if (rc != 0) return t.pass(__LINE__, rc);
-    } catch (const std::exception &) {
-        return t.fail(__LINE__, TRA_ESYSTEM);
-    }
+    int rc = _tra_rec2asc2_ex(tra, translated, request, answer, axis_mask, REC_TEXT_SIZE);
+    if (rc != 0) return t.pass(__LINE__, rc);
     deliver(t.function, text, size, translated);
     return 0;
 }

@@ -15,11 +15,26 @@ const Model *model(const VOK_DICT *d) {
     return d ? d->dict.model : nullptr;
 }
 
+// The accumulator XAC: X index 65535, outside the numbered user variables, on every dictionary
+// that has user variables. It is writable, without range, and has no alias of its own.
+const Register *accumulator() {
+    static const Register acc = [] {
+        Register r;
+        r.kind = 1;
+        r.index = 65535;
+        r.description = "Accumulator";
+        r.elements.resize(1);
+        return r;
+    }();
+    return &acc;
+}
+
 const Register *reg(const VOK_DICT *d, uint32_t kind, uint32_t index) {
     const Model *m = model(d);
     if (m == nullptr || kind >= kTypeCount) return nullptr;
     const auto &regs = m->types[kind].regs;
-    return index < regs.size() ? regs[index] : nullptr;
+    if (index < regs.size()) return regs[index];
+    return kind == 1 && index == 65535 && !regs.empty() ? accumulator() : nullptr;
 }
 
 const Element *elem(const VOK_DICT *d, uint32_t kind, uint32_t index, uint32_t sub) {
