@@ -12,26 +12,11 @@
 #include "record.hpp"
 #include "ryn/vok.h"
 #include "traa2r.hpp"
+#include "tralkt.hpp"
 
 namespace {
 
 using namespace ryn::tra;
-
-void fill_orax_type_names(TRA *tra) {
-    for (auto &name : tra->type_names)
-        std::strcpy(name, "??");
-    struct Family {
-        int code;
-        const char *name;
-    } families[] = {{1, "X"}, {2, "K"},  {3, "M"},  {6, "Q"},  {8, "L"},
-                    {9, "E"}, {12, "W"}, {13, "C"}, {15, "V"}, {16, "T"}};
-    const char *suffix[] = {"", "F", "L", "D"};
-    for (const Family &f : families)
-        for (int c = 0; c < 4; ++c)
-            std::snprintf(tra->type_names[f.code + 32 * c], TYPE_NAME_SIZE, "%s%s", f.name,
-                          suffix[c]);
-    std::strcpy(tra->type_names[7], "A");
-}
 
 int convert(OXB_BUS *, void *drive, double *iso, uint32_t value_class, int32_t, int32_t axis,
             int32_t, void *) {
@@ -45,15 +30,13 @@ int convert(OXB_BUS *, void *drive, double *iso, uint32_t value_class, int32_t, 
     return 0;
 }
 
+// An offline ORX-D32 3.12B translator with a controller on axis 63, its tables built.
 TRA *translator() {
     TRA *tra = nullptr;
-    if (_tra_create_base(&tra, 32, 0, 0, KIND_DIRECT_OFFLINE) != 0) std::abort();
-    fill_orax_type_names(tra);
+    if (tra_create_direct_traductor_o2(&tra, 32, 0x03128100, 0, 0, 51, 0x02018000, 0, 0, 0) != 0)
+        std::abort();
+    if (_tra_create_lkt(tra) != 0) std::abort();
     tra->preference_axis_mask = 0x6;
-    VOK_DICT *dict = nullptr;
-    if (vok_open(&dict, 32, 0x03128100, 0, 0) != 0) std::abort();
-    for (int axis = 0; axis < 4; ++axis)
-        tra->axis_dicts[static_cast<std::size_t>(axis)] = dict;
     tra_oxcom_set_iso_converter(tra, &convert, nullptr);
     return tra;
 }
