@@ -186,6 +186,22 @@ RYN_EXPORT int tra_is_valid_register_traductor(TRA *tra);
 /* Whether a handle is a bus-bound register translator. */
 RYN_EXPORT int tra_is_valid_register_traductor_e(TRA *tra);
 
+/* ---- Translation ---- */
+
+/* Translates one line of command text into a record of capacity slots, its slot count (0xFFFFFFFF
+ * when the line holds nothing to send) and its axis mask; count and axis_mask may be null. */
+RYN_EXPORT int tra_oxcom_translate_cmd_from_ascii_ex(TRA *tra, TRA_RECORD *record,
+                                                     uint32_t capacity, uint32_t *count,
+                                                     uint64_t *axis_mask, const char *text);
+
+/* Writes a record as command text; a longer text is cut to size - 1, a size below 1 aborts. */
+RYN_EXPORT int tra_oxcom_translate_cmd_to_ascii_ex(TRA *tra, const TRA_RECORD *record,
+                                                   uint64_t axis_mask, char *text, int size);
+/* Writes a request and its answer (one axis) as "register=values", cut as the function above. */
+RYN_EXPORT int tra_oxcom_translate_rqs_to_ascii_ex(TRA *tra, const TRA_RECORD *request,
+                                                   const TRA_RECORD *answer, uint64_t axis_mask,
+                                                   char *text, int size);
+
 #ifdef __cplusplus
 }
 #endif

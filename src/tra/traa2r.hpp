@@ -46,6 +46,9 @@ struct Token {
     uint8_t closes_row;     // "]" of a row follows this value
     uint8_t opens_list;     // "[[" of the whole list stands in front of this value
     uint8_t closes_list;    // "]]" of the whole list follows this value
+    uint8_t whole;          // a name left whole: resolved later as a register alias or command
+    uint8_t listed;         // a value of a command that takes a list: group below applies
+    uint8_t group;          // parameter group of a list value (a bracketed row or a lone value)
     unsigned char value[8]; // literal value, little-endian; 32-bit tags use the first 4 bytes
 
     int32_t i32() const {
@@ -76,6 +79,8 @@ struct Token {
     }
     // A register reference: a kind word above 0 with a non-zero type code.
     bool is_register() const { return type > 0 && (type & 31) != 0; }
+    // Parameter position of the operand k places after the first argument: its group in a list.
+    int param(int k) const { return listed ? group : k; }
     // A plain value: a literal whose type code is 0.
     bool is_value() const { return type >= 0 && (type & 31) == 0; }
 };
@@ -94,10 +99,23 @@ struct ParseContext {
 
 // ---- Tokenizer and parser ----
 
-// Cuts a cleaned line into the context's tokens.
+// Cleans a command line into out: a comment (";", "#", "//", even inside quotes) ends it, blanks
+// outside quotes are dropped, letters become upper case, a leading "*:" becomes ":*". Returns the
+// length kept, or TRA_EBUFSIZE when out (out_size bytes) cannot hold it.
+int _tra_clean_line(const char *text, char *out, std::size_t out_size);
+// Reads a cleaned line of the form "[MASK:m,GATE:g,CMD:c,REC:r,TYP:t,PAR:p,...]" into a record of
+// `capacity` slots; TRA_ECMDSYNTAX (untraced, nothing written) when the line is no such record.
+int _tra_parse_raw_record(const char *line, TRA_RECORD *record, int32_t capacity,
+                          int32_t *count_out, uint64_t *mask_out);
+
+// Cuts a cleaned line (after "[" for the bracketed form) into the context's tokens; every field
+// but the bracketed flag is set anew, and flag CTX_NO_AXIS marks a line that names no axis.
 int _tra_parse_asc_cmd(TRA *tra, ParseContext *ctx, char *text);
 // Classifies every token: numbers, strings, addresses, special words, register names.
 int _tra_parse_std_tokens(TRA *tra, ParseContext *ctx);
+// Converts the ISO values among the operands from p on into drive units through the translator's
+// ISO converter, on every addressed axis (cmd: the command number the builder chose).
+int _tra_parse_floating_numbers(TRA *tra, ParseContext *ctx, int p, int32_t cmd);
 
 // ---- Validation (p: first operand of the command's arguments; cmd: command number or marker) ----
 

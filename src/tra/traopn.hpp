@@ -4,6 +4,7 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <exception>
 #include <mutex>
 #include <vector>
 
@@ -116,12 +117,15 @@ class LookupSession {
 
 // The frame of a locked internal call: runs work under the lookup lock (after a rebuild of stale
 // tables) and passes its failure on with a frame of its own.
+// A lock or an allocation that throws becomes the system error, traced here.
 template <class Work>
 int locked_call(TRA &tra, const Tracer &t, int line, Work &&work) {
     int rc;
-    {
+    try {
         LookupSession session(tra);
         rc = work();
+    } catch (const std::exception &) {
+        return t.fail(line, TRA_ESYSTEM);
     }
     return rc == 0 ? 0 : t.pass(line, rc);
 }

@@ -15,11 +15,26 @@ const Model *model(const VOK_DICT *d) {
     return d ? d->dict.model : nullptr;
 }
 
+// The accumulator XAC: X index 65535, outside the numbered user variables, on every dictionary
+// that has user variables. It is writable, without range, and has no alias of its own.
+const Register *accumulator() {
+    static const Register acc = [] {
+        Register r;
+        r.kind = 1;
+        r.index = 65535;
+        r.description = "Accumulator";
+        r.elements.resize(1);
+        return r;
+    }();
+    return &acc;
+}
+
 const Register *reg(const VOK_DICT *d, uint32_t kind, uint32_t index) {
     const Model *m = model(d);
     if (m == nullptr || kind >= kTypeCount) return nullptr;
     const auto &t = m->types[kind];
     if (index < t.regs.size() && t.regs[index] != nullptr) return t.regs[index];
+    if (kind == 1 && index == 65535 && !t.regs.empty()) return accumulator();
     return t.present ? m->family->types[kind].address_register : nullptr;
 }
 

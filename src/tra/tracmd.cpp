@@ -1,0 +1,77 @@
+// The exported translations between command text and bus records.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "traa2r.hpp"
+#include "trar2a.hpp"
+
+namespace ryn::tra {
+namespace {
+
+// Copies a translated text into the caller's buffer, cut to size - 1 characters when it does not
+// fit. A cut into a buffer of a size outside 1..REC_TEXT_SIZE is a misuse the caller cannot be
+// told about through the result, so the process is stopped with a message on standard error.
+void deliver(const char *function, char *text, int size, char *translated) {
+    std::size_t length = std::strlen(translated);
+    if (length >= static_cast<std::size_t>(size < 0 ? 0 : size)) {
+        if (size < 1 || size > REC_TEXT_SIZE) {
+            std::fprintf(stderr,
+                         "ryn: %s: destination size %d outside 1..%d for a text of %zu "
+                         "characters; stopping\n",
+                         function, size, REC_TEXT_SIZE, length);
+            std::fflush(stderr);
+            std::abort();
+        }
+        translated[size - 1] = '\0';
+        length = static_cast<std::size_t>(size - 1);
+    }
+    std::memcpy(text, translated, length + 1);
+}
+
+} // namespace
+} // namespace ryn::tra
+
+using namespace ryn::tra;
+
+extern "C" int tra_oxcom_translate_cmd_from_ascii_ex(TRA *tra, TRA_RECORD *record,
+                                                     uint32_t capacity, uint32_t *count,
+                                                     uint64_t *axis_mask, const char *text) {
+    static constexpr Tracer t{"tracmd", "tra_oxcom_translate_cmd_from_ascii_ex"};
+    if (!accepts(tra)) return t.fail(__LINE__, TRA_EBADPARAM);
+    if (text == nullptr) return t.fail(__LINE__, TRA_EBADPARAM, "null command text");
+    if (capacity > 65535) return t.fail(__LINE__, TRA_EBADPARAM, "capacity above 65535");
+    int32_t slots = 0;
+    int rc = _tra_asc2rec_ex(tra, text, record, static_cast<int32_t>(capacity), 0, nullptr, &slots,
+                             axis_mask);
+    if (rc != 0) return t.pass(__LINE__, rc);
+    if (count != nullptr) *count = static_cast<uint32_t>(slots);
+    return 0;
+}
+
+extern "C" int tra_oxcom_translate_cmd_to_ascii_ex(TRA *tra, const TRA_RECORD *record,
+                                                   uint64_t axis_mask, char *text, int size) {
+    static constexpr Tracer t{"tracmd", "tra_oxcom_translate_cmd_to_ascii_ex"};
+    if (!accepts(tra)) return t.fail(__LINE__, TRA_EBADPARAM);
+    if (text == nullptr) return t.fail(__LINE__, TRA_EBADPARAM, "null destination text");
+    char translated[REC_TEXT_SIZE];
+    translated[0] = '\0';
+    int rc = _tra_rec2asc_ex(tra, translated, record, axis_mask, REC_TEXT_SIZE);
+    if (rc != 0) return t.pass(__LINE__, rc);
+    deliver(t.function, text, size, translated);
+    return 0;
+}
+
+extern "C" int tra_oxcom_translate_rqs_to_ascii_ex(TRA *tra, const TRA_RECORD *request,
+                                                   const TRA_RECORD *answer, uint64_t axis_mask,
+                                                   char *text, int size) {
+    static constexpr Tracer t{"tracmd", "tra_oxcom_translate_rqs_to_ascii_ex"};
+    if (!accepts(tra)) return t.fail(__LINE__, TRA_EBADPARAM);
+    if (text == nullptr) return t.fail(__LINE__, TRA_EBADPARAM, "null destination text");
+    char translated[REC_TEXT_SIZE];
+    translated[0] = '\0';
+    int rc = _tra_rec2asc2_ex(tra, translated, request, answer, axis_mask, REC_TEXT_SIZE);
+    if (rc != 0) return t.pass(__LINE__, rc);
+    deliver(t.function, text, size, translated);
+    return 0;
+}

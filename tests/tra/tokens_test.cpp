@@ -1,0 +1,316 @@
+// The command text tokenizer: separators, words, names, numbers, axis lists, subscripts, integers.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "traa2r_tokens.hpp"
+#include "trace_helpers.hpp"
+
+namespace {
+
+using namespace ryn::tra;
+using ryn::test::Frame;
+using ryn::test::trace;
+
+TEST(Separator, CodesAndAdvance) {
+    struct Row {
+        const char *text;
+        uint32_t code;
+        std::size_t advance;
+    } rows[] = {
+        {"=5", 61, 1},           {"+=5", 15659, 2}, {"<<=2", 4013116, 3},
+        {"=[[1", 5987133, 3},    {"=-5", 61, 1}, // "-" only in front: "=" then "-5"
+        {":*K1", ':', 1},                        // "*" only in front too
+        {"-=1", sep("-="), 2},                   // in front they are taken
+        {"*=1", sep("*="), 2},   {"--5", '-', 1},   {"-.5", sep("-."), 2},
+        {"],[1", sep("],["), 3}, {"]],[1", 0, 0}, // a run of four is refused and not consumed
+        {"<<=[1", 0, 0},         {"K1", 0, 0},      {"", 0, 0},
+        {"]", ']', 1},
+    };
+    for (const Row &r : rows) {
+        std::size_t pos = 0;
+        EXPECT_EQ(_tra_read_separator(r.text, &pos), r.code) << r.text;
+        EXPECT_EQ(pos, r.advance) << r.text;
+    }
+    EXPECT_EQ(sep("="), 61u);
+    EXPECT_EQ(sep("=[["), 5987133u);
+}
+
+TEST(Separator, TwoCallsSplitAtMinusAndStar) {
+    const char *text = "=-.5";
+    std::size_t pos = 0;
+    EXPECT_EQ(_tra_read_separator(text, &pos), sep("="));
+    EXPECT_EQ(_tra_read_separator(text, &pos), sep("-."));
+    EXPECT_STREQ(text + pos, "5");
+}
+
+TEST(Number, TagsValuesAndLength) {
+    struct Row {
+        const char *text;
+        int32_t tag;
+        std::size_t length;
+        int64_t integer; // for integer tags
+        double real;     // for float, double and ISO tags
+    } rows[] = {
+        {"0X10L", TAG_INT64, 5, 16, 0},
+        {"0X10", TAG_INT32, 4, 16, 0},
+        {"0XFFFFFFFF", TAG_INT32, 10, 0xFFFFFFFF, 0},
+        {"0X1FFFFFFFF", TAG_NAME, 0, 0, 0},
+        {"0X1FFFFFFFFL", TAG_INT64, 12, 0x1FFFFFFFF, 0},
+        {"0XFFFFFFFFFFFFFFFFL", TAG_INT64, 19, -1, 0},
+        {"0X1FFFFFFFFFFFFFFFFL", TAG_NAME, 0, 0, 0},
+        {"0X1D", TAG_INT32, 4, 29, 0},
+        {"1.5F", TAG_FLOAT, 4, 0, 1.5},
+        {"1.5D", TAG_DOUBLE, 4, 0, 1.5},
+        {"2D", TAG_DOUBLE, 2, 0, 2.0},
+        {"2F", TAG_FLOAT, 2, 0, 2.0},
+        {"1.5", TAG_ISO, 3, 0, 1.5},
+        {"1E5", TAG_ISO, 3, 0, 1e5},
+        {"1E5D", TAG_DOUBLE, 4, 0, 1e5},
+        {"-0.5", TAG_ISO, 4, 0, -0.5},
+        {"7L", TAG_INT64, 2, 7, 0},
+        {"7", TAG_INT32, 1, 7, 0},
+        {"-5", TAG_INT32, 2, 0xFFFFFFFB, 0},
+        {"010", TAG_INT32, 3, 8, 0}, // a leading zero reads octal
+        {"-0X10", TAG_INT32, 5, 0xFFFFFFF0, 0},
+        {"4294967295", TAG_INT32, 10, 0xFFFFFFFF, 0},
+        {"4294967296", TAG_NAME, 0, 0, 0},
+        {"4294967296L", TAG_INT64, 11, 4294967296, 0},
+        {"99999999999999999999", TAG_NAME, 0, 0, 0},
+        {"99999999999999999999L", TAG_NAME, 0, 0, 0},
+        {"99999999999999999999D", TAG_DOUBLE, 21, 0, 1e20},
+        {"5K", TAG_INT32, 1, 5, 0},
+        {"1.5X", TAG_ISO, 3, 0, 1.5},
+        {"INF", TAG_NAME, 0, 0, 0},
+        {"NAN", TAG_NAME, 0, 0, 0},
+        {"K12", TAG_NAME, 0, 0, 0},
+        {"", TAG_NAME, 0, 0, 0},
+        {"-", TAG_NAME, 0, 0, 0},
+    };
+    for (const Row &r : rows) {
+        Number n = _tra_read_number(r.text);
+        EXPECT_EQ(n.tag, r.tag) << r.text;
+        if (n.tag == TAG_NAME) continue;
+        EXPECT_EQ(n.length, r.length) << r.text;
+        int64_t i64;
+        int32_t i32;
+        float f;
+        double d;
+        std::memcpy(&i64, n.value, 8);
+        std::memcpy(&i32, n.value, 4);
+        std::memcpy(&f, n.value, 4);
+        std::memcpy(&d, n.value, 8);
+        switch (n.tag) {
+        case TAG_INT32:
+            EXPECT_EQ(static_cast<uint32_t>(i32), static_cast<uint32_t>(r.integer)) << r.text;
+            EXPECT_EQ(n.value[4] | n.value[5] | n.value[6] | n.value[7], 0) << r.text;
+            break;
+        case TAG_INT64:
+            EXPECT_EQ(i64, r.integer) << r.text;
+            break;
+        case TAG_FLOAT:
+            EXPECT_EQ(f, static_cast<float>(r.real)) << r.text;
+            break;
+        default:
+            EXPECT_EQ(d, r.real) << r.text;
+        }
+    }
+}
+
+TEST(Word, ReaderRules) {
+    struct Row {
+        const char *text;
+        bool numbers;
+        std::size_t size;
+        const char *word;
+        std::size_t taken;
+    } rows[] = {
+        {"K12=5", true, 64, "K12", 3},
+        {"1.5=2", true, 64, "1.5", 3},
+        {"1.5=2", false, 64, "1", 1},
+        {"-5,3", true, 64, "-5", 2},
+        {"1E5,2", true, 64, "1E5", 3},
+        {"1E+5,2", true, 64, "1E+5", 4},
+        {"1.5F,2", true, 64, "1.5F", 4},
+        {"\"A,B=C\"=1", true, 64, "\"A,B=C\"", 7},
+        {"\"ABC", true, 64, "\"ABC", 4},
+        {"\"\"X", true, 64, "\"\"", 2},
+        {"(1,(2,3))X", true, 64, "(1,(2,3))", 9},
+        {"(1,2", true, 64, "(1,2", 4},
+        {"ABCDEFG", true, 4, "ABC", 3},
+        {"\"ABCDEF\"", true, 4, "\"AB", 3},
+        {"(1,2,3)", true, 4, "(1,", 3},
+        {"123456", true, 4, "123", 3},
+        {"=5", true, 64, "", 0},
+        {"", true, 64, "", 0},
+    };
+    for (const Row &r : rows) {
+        std::vector<char> out(r.size, '?');
+        EXPECT_EQ(_tra_read_word(r.text, out.data(), r.size, r.numbers), r.taken) << r.text;
+        EXPECT_STREQ(out.data(), r.word) << r.text;
+    }
+}
+
+TEST(Word, NameReaderKeepsCommasAndBrackets) {
+    struct Row {
+        const char *text;
+        const char *name;
+    } rows[] = {
+        {"3,4]=5", "3,4]"}, {"1].2", "1]"}, {"1]", "1]"}, {"=", ""}, {"A[1],B:2", "A[1],B"}};
+    for (const Row &r : rows) {
+        char out[16];
+        EXPECT_EQ(_tra_read_name(r.text, out, sizeof out), std::strlen(r.name)) << r.text;
+        EXPECT_STREQ(out, r.name) << r.text;
+    }
+}
+
+TEST(MaskEnum, AxisLists) {
+    struct Row {
+        const char *text;
+        int rc;
+        uint64_t mask;
+    } rows[] = {
+        {"(1,3,*)", 0, 0x800000000000000Aull},
+        {"(62)", 0, 1ull << 62},
+        {"(63)", TRA_ERANGE, 0},
+        {"(-1)", TRA_ERANGE, 0},
+        {"(99999999999999999999)", TRA_ERANGE, 0},
+        {"(1;2)", TRA_ECMDSYNTAX, 0},
+        {"(1*)", TRA_ECMDSYNTAX, 0},
+        {"()", 0, 1},
+        {"(1,)", 0, 3},
+        {"(,)", 0, 1},
+        {"(*,*)", 0, 1ull << 63},
+        {"1,2)", TRA_ECMDSYNTAX, 0},
+        {"(1,2", TRA_ECMDSYNTAX, 0},
+        {"(", TRA_ECMDSYNTAX, 0},
+    };
+    for (const Row &r : rows) {
+        std::string text = r.text;
+        uint64_t mask = 0xDEAD;
+        sup_trace_clear();
+        EXPECT_EQ(_parse_mask_enum(text.data(), &mask), r.rc) << r.text;
+        if (r.rc == 0) {
+            EXPECT_EQ(mask, r.mask) << r.text;
+        } else {
+            EXPECT_EQ(mask, 0xDEADu) << r.text << ": nothing written on failure";
+            ASSERT_EQ(sup_trace_count(), 1) << r.text;
+            EXPECT_EQ(trace()[0].function, "_parse_mask_enum") << r.text;
+            EXPECT_EQ(trace()[0].file, "traa2r") << r.text;
+            EXPECT_EQ(trace()[0].code, r.rc) << r.text;
+        }
+    }
+    uint64_t mask = 0;
+    EXPECT_EQ(_parse_mask_enum(nullptr, &mask), TRA_EINTERNAL);
+}
+
+TEST(Subscript, RowAndColumn) {
+    struct Row {
+        const char *text;
+        int rc;
+        uint32_t row;
+        uint8_t row_given;
+        uint32_t column;
+        uint8_t column_given;
+    } rows[] = {
+        {"3,4]", 0, 3, 1, 4, 1},
+        {"7]", 0, 7, 1, 0, 0},
+        {"16777215]", 0, 16777215, 1, 0, 0},
+        {"16777216]", TRA_ERANGE, 0, 0, 0, 0},
+        {"1,16777216]", TRA_ERANGE, 0, 0, 0, 0},
+        {"-1]", TRA_ERANGE, 0, 0, 0, 0},
+        {"3", TRA_ECMDSYNTAX, 0, 0, 0, 0},
+        {"3;4]", TRA_ECMDSYNTAX, 0, 0, 0, 0},
+        {"3,4,5]", TRA_ECMDSYNTAX, 0, 0, 0, 0},
+        {"3,4X]", TRA_ECMDSYNTAX, 0, 0, 0, 0},
+        {"3]]", TRA_ECMDSYNTAX, 0, 0, 0, 0},
+        {"", TRA_ECMDSYNTAX, 0, 0, 0, 0},
+    };
+    for (const Row &r : rows) {
+        std::string text = r.text;
+        uint32_t row = 99, column = 99;
+        uint8_t row_given = 0, column_given = 0;
+        EXPECT_EQ(_parse_vector_subscript(text.data(), &row, &row_given, &column, &column_given),
+                  r.rc)
+            << r.text;
+        if (r.rc != 0) {
+            EXPECT_EQ(trace()[0].function, "_parse_vector_subscript") << r.text;
+            continue;
+        }
+        EXPECT_EQ(row, r.row) << r.text;
+        EXPECT_EQ(row_given, r.row_given) << r.text;
+        EXPECT_EQ(column, r.column) << r.text;
+        EXPECT_EQ(column_given, r.column_given) << r.text;
+    }
+}
+
+TEST(Integers, Str2Long) {
+    struct Row {
+        const char *text;
+        int limit;
+        int rc;
+        int32_t value;
+    } rows[] = {
+        {"12", 63, 0, 12},
+        {"-5", 1024, 0, -5},
+        {"--5", 1024, 0, 5},
+        {"007", 63, 0, 7}, // never octal
+        {"010", 63, 0, 10},
+        {"000", 63, 0, 0},
+        {"0X1F", 63, 0, 31},
+        {"3.9", 1024, 0, 3}, // the rest is skipped under a high limit
+        {"5X", 1024, 0, 5},
+        {"5X", 63, TRA_ECMDSYNTAX, 0},
+        {"X5", 63, TRA_ECMDSYNTAX, 0},
+        {"2147483647", 63, 0, 2147483647},
+        {"4294967295", 63, 0, -1}, // through the unsigned reading
+        {"4294967296", 63, TRA_ERANGE, 0},
+        {"", 1024, TRA_ECMDSYNTAX, 0},
+        {"-", 1024, TRA_ECMDSYNTAX, 0},
+        {"ABC", 1024, TRA_ECMDSYNTAX, 0}, // no digit at all
+    };
+    for (const Row &r : rows) {
+        std::string text = r.text;
+        int32_t value = 12345;
+        sup_trace_clear();
+        EXPECT_EQ(_str2long(text.data(), r.limit, &value), r.rc) << r.text;
+        if (r.rc == 0) {
+            EXPECT_EQ(value, r.value) << r.text;
+        } else {
+            EXPECT_EQ(trace()[0].function, "_str2long") << r.text;
+        }
+    }
+}
+
+TEST(Integers, Str2Int64NegatesTwice) {
+    struct Row {
+        const char *text;
+        int rc;
+        int64_t value;
+        const char *after; // the text after the call: a negative number is rewritten in place
+    } rows[] = {
+        {"5", 0, 5, "5"},
+        {"-5", 0, 5, "-5"},
+        {"-005", 0, 5, "-0-5"},
+        {"0X10", 0, 16, "0X10"},
+        {"-0X10", 0, 16, "-0X10"},
+        {"18446744073709551615", 0, -1, "18446744073709551615"},
+        {"18446744073709551616", TRA_ERANGE, 0, "18446744073709551616"},
+        {"9223372036854775807", 0, INT64_MAX, "9223372036854775807"},
+        {"A1", TRA_ECMDSYNTAX, 0, "A1"},
+        {"1A", TRA_ECMDSYNTAX, 0, "1A"},
+    };
+    for (const Row &r : rows) {
+        std::string text = r.text;
+        int64_t value = 12345;
+        EXPECT_EQ(_str2int64(text.data(), &value), r.rc) << r.text;
+        EXPECT_STREQ(text.c_str(), r.after) << r.text;
+        if (r.rc == 0) {
+            EXPECT_EQ(value, r.value) << r.text;
+        }
+    }
+}
+
+} // namespace
