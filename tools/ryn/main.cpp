@@ -28,7 +28,7 @@ int main(int argc, char **argv) {
         return ryn::cli::exit_usage;
     }
     if (argc == 2 && first == "dict") { // a group without its command: show what it offers
-        std::cerr << app.get_subcommand("dict")->help();
+        std::cerr << app.get_subcommand("dict")->help("ryn");
         return ryn::cli::exit_usage;
     }
     try {

@@ -3,6 +3,7 @@
 
 #include <CLI/CLI.hpp>
 #include <array>
+#include <cctype>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -13,7 +14,6 @@
 #include "record_text.hpp"
 #include "ryn/sup.h"
 #include "ryn/tra.h"
-#include "tra_pending.h"
 
 namespace ryn::cli {
 
@@ -98,6 +98,17 @@ bool blank_or_comment(const std::string &line) {
     size_t i = line.find_first_not_of(" \t\r");
     if (i == std::string::npos) return true;
     return line[i] == ';' || line[i] == '#' || line.compare(i, 2, "//") == 0;
+}
+
+// The command of a line without its comment and the blanks around it, for messages.
+std::string command_part(const std::string &line) {
+    size_t end = line.size();
+    for (size_t i = 0; i < line.size() && end == line.size(); ++i)
+        if (line[i] == ';' || line[i] == '#' || line.compare(i, 2, "//") == 0) end = i;
+    const size_t first = line.find_first_not_of(" \t");
+    const size_t last = line.find_last_not_of(" \t", end == 0 ? 0 : end - 1);
+    if (first == std::string::npos || last == std::string::npos || first >= end) return "";
+    return line.substr(first, last - first + 1);
 }
 
 bool starts_with_bracket(const std::string &line) {
@@ -241,8 +252,8 @@ class Batch {
                 std::cout << "  record " << raw_record_text(record, slots, mask) << '\n';
         }
         std::cout.flush();
-        std::cerr << "ryn: " << where() << "error " << code << " (" << message << ") in '" << input
-                  << "'\n";
+        std::cerr << "ryn: " << where() << "error " << code << " (" << message << ") in '"
+                  << command_part(input) << "'\n";
         if (traced) std::cerr << trace_text();
         std::cerr.flush();
     }
@@ -298,11 +309,6 @@ int run(const Options &o) {
         in = &file;
         source = o.file;
     }
-    if (tra_oxcom_translate_cmd_from_ascii_ex == nullptr ||
-        tra_oxcom_translate_cmd_to_ascii_ex == nullptr) {
-        std::cerr << "ryn translate: this translator library cannot translate yet\n";
-        return exit_failure;
-    }
     TRA *tra = nullptr;
     sup_trace_clear();
     int rc = create(&tra, o, config, flags);
@@ -354,14 +360,21 @@ void add_translate(CLI::App &app, int &exit_code) {
                 "  ryn translate --records -f cmds.txt | ryn translate --reverse\n"
                 "Exit status: 0 every line translated, 1 a line failed, 2 bad usage or input,\n"
                 "3 the library could not start.");
-    sub->add_option("line", o->words, "The command line to translate (words are joined)");
+    // The words of a command line are taken as they come, and a word in brackets stays whole:
+    // "[MASK:0X1,...]" is one raw record, not a list of option values.
+    sub->add_option("line", o->words, "The command line to translate (words are joined)")
+        ->allow_extra_args(false);
+    sub->allow_extras();
     sub->add_option("-f,--file", o->file, "Read lines from this file ('-': standard input)");
     add_config_options(*sub, o->config, true);
     sub->add_option("-t,--translator", o->translator, "Translator kind")
         ->check(CLI::IsMember({"direct", "register"}))
         ->capture_default_str()
         ->group("Translator");
-    sub->add_option("-F,--flag", o->flags, flag_help())->group("Translator");
+    sub->add_option("-F,--flag", o->flags, flag_help())
+        ->allow_extra_args(false)
+        ->delimiter(',')
+        ->group("Translator");
     sub->add_flag("-x,--hex", o->hex, "Show the record's bytes in hexadecimal")->group("Output");
     sub->add_flag("-r,--reverse", o->reverse,
                   "Lines are raw record text; write them back as command text")
@@ -369,7 +382,18 @@ void add_translate(CLI::App &app, int &exit_code) {
     sub->add_flag("--records", o->records, "Write only the raw record text, one line each")
         ->group("Output");
     sub->add_flag("-j,--json", o->json, "One JSON object per input line")->group("Output");
-    sub->callback([o, &exit_code] { exit_code = run(*o); });
+    sub->callback([o, sub, &exit_code] {
+        for (const std::string &extra : sub->remaining()) {
+            if (extra.size() > 1 && extra[0] == '-' &&
+                !std::isdigit(static_cast<unsigned char>(extra[1]))) {
+                std::cerr << "ryn translate: unknown option '" << extra << "' (see --help)\n";
+                exit_code = exit_usage;
+                return;
+            }
+            o->words.push_back(extra);
+        }
+        exit_code = run(*o);
+    });
 }
 
 } // namespace ryn::cli
