@@ -6,6 +6,7 @@
 #include <cctype>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <nlohmann/json.hpp>
@@ -300,6 +301,11 @@ int run(const Options &o) {
     std::istream *in = &std::cin;
     std::string source = "<stdin>";
     if (!o.file.empty() && o.file != "-") {
+        std::error_code ec;
+        if (std::filesystem::is_directory(o.file, ec)) {
+            std::cerr << "ryn translate: cannot read '" << o.file << "': it is a directory\n";
+            return exit_usage;
+        }
         file.open(o.file);
         if (!file) {
             std::cerr << "ryn translate: cannot read '" << o.file << "': " << std::strerror(errno)
