@@ -4,6 +4,7 @@
 #include <string>
 
 #include "common.hpp"
+#include "ryn/tra.h"
 #include "subcommands.hpp"
 
 int main(int argc, char **argv) {
@@ -13,6 +14,8 @@ int main(int argc, char **argv) {
     app.footer("Run 'ryn <command> --help' for the options of a command.\n"
                "Exit status: 0 success, 1 a line or look-up failed, 2 bad usage or input, "
                "3 the library could not start.");
+    app.set_version_flag("--version", "ryn " + ryn::cli::version_text(tra_get_version()),
+                         "Show the library's version and exit");
     int exit_code = ryn::cli::exit_ok;
     ryn::cli::add_translate(app, exit_code);
     ryn::cli::add_dict(app, exit_code);
