@@ -155,12 +155,18 @@ std::string enum_text(const VOK_DICT *d, uint32_t kind, int display, int id, App
 }
 
 std::string register_name(const VOK_DICT *d, uint32_t kind, uint32_t index) {
+    if (kind == 1 && index == 65535) return "XAC";
     return format("%s%u", or_dash(vok_get_type_name(d, 1, kind)), index);
 }
 
 // Finds a register by name ("K12", "kf1") or alias ("MODE").
 bool find_register(const VOK_DICT *d, const std::string &text, uint32_t &kind, uint32_t &index) {
     if (vok_find_register_alias(d, text.c_str(), &kind, &index) == 0) return true;
+    if (same_name(text, "XAC") && vok_register_exists(d, 1, 65535, 0)) { // the accumulator
+        kind = 1;
+        index = 65535;
+        return true;
+    }
     const size_t digits = text.find_first_of("0123456789");
     if (digits == std::string::npos || digits == 0) return false;
     uint64_t number = 0;
@@ -189,6 +195,12 @@ bool find_command(const VOK_DICT *d, const std::string &text, uint32_t &command)
     if (found < 0) return false;
     command = static_cast<uint32_t>(found);
     return true;
+}
+
+// A command's name, or "@N" (the language's way to name command N) when it has none.
+std::string command_name(const VOK_DICT *d, uint32_t command) {
+    const char *name = vok_get_command_name(d, 1, command);
+    return name != nullptr && name[0] != '\0' ? name : format("@%u", command);
 }
 
 std::string access_text(const VOK_DICT *d, uint32_t kind, uint32_t index, int length) {
@@ -471,7 +483,7 @@ int commands(const ConfigOptions &o, bool all) {
         const char *name = vok_get_command_name(d, 1, cmd);
         if (name == nullptr && !all) continue;
         std::cout << format("  %-6u %2u.%-3u %-8s %6d  %s\n", cmd, cmd >> 8, cmd & 0xFF,
-                            or_dash(name), vok_get_param_count(d, cmd),
+                            command_name(d, cmd).c_str(), vok_get_param_count(d, cmd),
                             or_dash(vok_get_command_name(d, 2, cmd)));
     }
     return exit_ok;
@@ -487,7 +499,7 @@ int show_command(const ConfigOptions &o, const std::string &text) {
                   << "' (try: ryn dict commands)\n";
         return exit_line_failed;
     }
-    std::cout << or_dash(vok_get_command_name(d, 1, cmd))
+    std::cout << command_name(d, cmd)
               << format(" (command %u, page %u number %u)  ", cmd, cmd >> 8, cmd & 0xFF)
               << config_title(d) << '\n';
     std::cout << "  description  " << or_dash(vok_get_command_name(d, 2, cmd)) << '\n';
