@@ -56,9 +56,9 @@ uint32_t value_class(int32_t type) {
 template <class Visit>
 void for_each_dictionary(const TRA &tra, uint64_t mask, Visit &&visit) {
     const VOK_DICT *last = nullptr;
-    for (int axis = 0; axis < AXES; ++axis) {
-        const VOK_DICT *d = tra.axis_dicts[static_cast<std::size_t>(axis)];
-        if ((mask >> axis & 1) == 0 || d == nullptr || d == last) continue;
+    for (uint64_t axes = mask; axes != 0; axes &= axes - 1) {
+        const VOK_DICT *d = tra.axis_dicts[static_cast<std::size_t>(std::countr_zero(axes))];
+        if (d == nullptr || d == last) continue;
         last = d;
         if (visit(d)) return;
     }
@@ -464,9 +464,10 @@ int _tra_asc2rec_exec(TRA *tra, const char *text, TRA_RECORD *record, int32_t ca
     const RecordView r = view(record);
     r.clear(capacity);
 
-    // The parse context is large: one per thread, reused from line to line.
-    thread_local ParseContext ctx;
-    std::memset(&ctx, 0, sizeof ctx);
+    // The parser resets the context's fields and every token it adds; only the bracketed flag is
+    // the builder's.
+    ParseContext ctx;
+    ctx.bracketed = 0;
 
     LineCopy copy;
     const std::size_t length = std::strlen(text);
