@@ -771,7 +771,7 @@ class Loader {
     }
 
     const Command *make_command(const json &src, const std::string &place) {
-        check_keys(src, place, {"number", "name", "description", "params"});
+        check_keys(src, place, {"number", "name", "description", "params", "list_values"});
         Command c;
         c.number = u32_of(src, "number", place, 0, kCommandCount - 1);
         std::string name = text_of(src, "name", place);
@@ -823,6 +823,21 @@ class Loader {
                     c.params.push_back(param);
             }
             if (c.params.size() > 65) fail(at(place, "params"), "more than 65 parameters");
+        }
+        if (src.contains("list_values")) {
+            // A command that takes a list accepts this many values in all: the positions after
+            // the declared groups answer as plain elements of the last list group.
+            const std::string pl = at(place, "list_values");
+            size_t n = size_t(int_of(src.at("list_values"), pl, 1, 64));
+            const Param *group = nullptr;
+            for (const Param &p : c.params)
+                if (p.vector) group = &p;
+            if (group == nullptr) fail(pl, "only a command with a vector parameter takes a list");
+            if (n < c.params.size()) fail(pl, "fewer list values than declared parameters");
+            Param element = *group;
+            element.name = nullptr;
+            element.vector = false;
+            c.params.resize(n, element);
         }
         f_.commands.push_back(std::move(c));
         return &f_.commands.back();

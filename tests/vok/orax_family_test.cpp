@@ -395,7 +395,8 @@ TEST_F(OraxFamily, Commands) {
         EXPECT_NE(vok_get_command_name(d, 2, r.number), nullptr);
         EXPECT_STREQ(vok_get_command_comment(d, 2, r.number, 0, 0, 0),
                      r.number == 129 ? nullptr : vok_get_command_name(d, 2, r.number));
-        ASSERT_EQ(vok_get_param_count(d, r.number), int(r.params.size()));
+        // A command that takes a list accepts 64 values; the declared groups come first.
+        ASSERT_EQ(vok_get_param_count(d, r.number), r.number == 310 ? 64 : int(r.params.size()));
         bool any_vector = false;
         for (size_t i = 0; i < r.params.size(); ++i) {
             const ParamRow &p = r.params[i];
@@ -418,6 +419,11 @@ TEST_F(OraxFamily, Commands) {
             any_vector = any_vector || p.vector;
         }
         EXPECT_EQ(vok_command_has_vector_params(d, r.number), any_vector);
+    }
+    for (int p = 2; p < 64; ++p) {
+        EXPECT_FALSE(vok_param_is_vector(d, 310, p)) << p;
+        EXPECT_TRUE(vok_param_is_int32(d, 310, p)) << p;
+        EXPECT_EQ(vok_get_param_name(d, 310, p), nullptr) << p;
     }
     EXPECT_EQ(vok_get_param_format(d, 14340, 1), VOK_FORMAT_HEX);
     EXPECT_EQ(vok_get_param_format(d, 14340, 0), VOK_FORMAT_DECIMAL);
