@@ -25,9 +25,11 @@ struct Registry {
     int open = 0;
 };
 
+// Never destroyed: texts of every family stay valid until the process has ended, whatever order
+// other libraries' static objects are destroyed in.
 Registry &registry() {
-    static Registry r;
-    return r;
+    static Registry *r = new Registry;
+    return *r;
 }
 
 thread_local std::string t_family_error;
