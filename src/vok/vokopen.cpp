@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cctype>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <new>
@@ -268,6 +269,9 @@ int vok_load_family_file(const char *path) {
     if (path == nullptr) return refuse_load(VOK_EBADPARAM, "no file name given");
     std::string text;
     try {
+        std::error_code ec;
+        if (std::filesystem::is_directory(path, ec))
+            return refuse_load(VOK_EFILE, std::string(path) + ": is a directory");
         std::ifstream in(path, std::ios::binary);
         if (!in) return refuse_load(VOK_EFILE, std::string(path) + ": cannot be opened");
         std::ostringstream s;

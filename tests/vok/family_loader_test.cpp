@@ -339,6 +339,8 @@ TEST(FamilyLoader, FileFaultsNameTheFile) {
     EXPECT_EQ(vok_load_family_file(broken.c_str()), VOK_EFAMILY);
     const std::string msg = vok_get_family_error();
     EXPECT_EQ(msg.rfind(broken + ": products[0].versions[1].base", 0), 0u) << msg;
+    EXPECT_EQ(vok_load_family_file(RYN_TEST_DATA), VOK_EFILE);
+    EXPECT_NE(std::string(vok_get_family_error()).find("directory"), std::string::npos);
     EXPECT_EQ(vok_load_family_file(nullptr), VOK_EBADPARAM);
     EXPECT_EQ(vok_load_family_text(nullptr), VOK_EBADPARAM);
     EXPECT_STREQ(vok_get_family_source(), "<embedded ORAX family>");
