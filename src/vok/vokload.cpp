@@ -331,6 +331,32 @@ class Loader {
         }
     }
 
+    // Whether a name would be read as a register of the family: a type name alone, followed by
+    // "Y" (the whole type) or by digits (an index).
+    bool looks_like_register(const std::string &name) const {
+        std::string upper = name;
+        for (char &c : upper)
+            if (c >= 'a' && c <= 'z') c = char(c - 'a' + 'A');
+        for (size_t n = 1; n <= upper.size(); ++n) {
+            if (!type_by_name_.count(upper.substr(0, n))) continue;
+            const std::string rest = upper.substr(n);
+            if (rest.empty() || rest == "Y") return true;
+            if (rest.find_first_not_of("0123456789") == std::string::npos) return true;
+        }
+        return false;
+    }
+
+    // An alias is a word (a letter or "_" first, then letters, digits and "_") that cannot be read
+    // as a register.
+    void check_alias(const std::string &alias, const std::string &place) const {
+        bool ok = !alias.empty() && !(alias[0] >= '0' && alias[0] <= '9') && alias.size() <= 63;
+        for (char c : alias)
+            ok = ok && ((c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
+                        (c >= '0' && c <= '9') || c == '_');
+        if (!ok) fail(place, "bad alias \"" + alias + "\"");
+        if (looks_like_register(alias)) fail(place, "alias \"" + alias + "\" reads as a register");
+    }
+
     // "K12", "KF1", "X0..1023", "X0..X1023": kind word and index range.
     struct RegRef {
         uint32_t kind;
@@ -627,6 +653,7 @@ class Loader {
             alias = substitute(alias, index, first);
             if (f_.types[kind].hidden)
                 fail(at(place, "alias"), "a register of a hidden type has no alias");
+            check_alias(alias, at(place, "alias"));
             r.alias = f_.intern(alias);
         }
         if (src.contains("description"))
@@ -745,7 +772,11 @@ class Loader {
                             " register elements");
         Register r = model;
         r.index = index;
-        if (r.alias) r.alias = f_.intern(substitute(text_of(src, "alias", place), index, first));
+        if (r.alias) {
+            const std::string alias = substitute(text_of(src, "alias", place), index, first);
+            check_alias(alias, at(place, "alias"));
+            r.alias = f_.intern(alias);
+        }
         if (r.description)
             r.description = f_.intern(substitute(text_of(src, "description", place), index, first));
         f_.registers.push_back(std::move(r));
@@ -784,6 +815,8 @@ class Loader {
             if (name.size() == 3 && name.back() == 'Y')
                 fail(at(place, "name"),
                      "a three-letter command name does not end in Y: \"" + name + "\"");
+            if (looks_like_register(name))
+                fail(at(place, "name"), "command name \"" + name + "\" reads as a register");
             c.name = f_.intern(name);
         }
         std::string d = text_of(src, "description", place);
