@@ -97,7 +97,18 @@ class Loader {
     Family &f_;
     // A bound on the size of a family, so that a short description cannot ask for gigabytes.
     static constexpr size_t kMaxElements = 4u << 20;
+    static constexpr size_t kMaxLayerEntries = 16u << 20;
+    static constexpr int kMaxBaseDepth = 256;
     size_t element_total_ = 0;
+    size_t layer_total_ = 0;
+
+    // Versions copy their bases; the copies are bounded as the elements are.
+    void count_layer(const Layer &layer, const std::string &place) {
+        layer_total_ += layer.registers.size() + layer.commands.size();
+        if (layer_total_ > kMaxLayerEntries)
+            fail(place, "the versions of the family hold more than " +
+                            std::to_string(kMaxLayerEntries) + " registers and commands");
+    }
     std::map<std::string, uint32_t> type_by_name_; // name -> kind word
     std::map<std::string, int32_t> enum_by_name_;
     // Register source objects, so that a later version can change some fields of a register.
@@ -1042,10 +1053,13 @@ class Loader {
     }
 
     // Resolves a product version: its base first, then its own sets, removals and changes.
-    const Layer &resolve(uint32_t code, uint32_t ver, const std::string &from) {
+    const Layer &resolve(uint32_t code, uint32_t ver, const std::string &from, int depth = 0) {
         PendingVersion &pv = pending_.at(code).at(ver);
         if (pv.state == 2) return pv.layer;
         if (pv.state == 1) fail(from, "versions based on each other in a circle");
+        if (depth > kMaxBaseDepth)
+            fail(from, "versions based on each other more than " + std::to_string(kMaxBaseDepth) +
+                           " deep");
         pv.state = 1;
         const json &v = *pv.desc;
         bool has_base = false;
@@ -1068,10 +1082,11 @@ class Loader {
             if (pit == pending_.end() || !pit->second.count(bver))
                 fail(pb, "based on version " + version_text(bver) +
                              ", which the product does not have");
-            pv.layer = resolve(bcode, bver, pb);
+            pv.layer = resolve(bcode, bver, pb, depth + 1);
             has_base = true;
         }
         fill_layer(v, pv.place, pv.layer, has_base);
+        count_layer(pv.layer, pv.place);
         pv.state = 2;
         return pv.layer;
     }
@@ -1118,6 +1133,7 @@ class Loader {
                     fail(at(pv, "version"),
                          "version " + version_text(cv.version) + " declared twice");
                 fill_layer(vs[k], pv, cv.layer, false);
+                count_layer(cv.layer, pv);
                 card.versions.push_back(std::move(cv));
             }
             std::sort(

@@ -1,4 +1,5 @@
 // Loading other families: the odd test family, refused descriptions and their messages, busy state.
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -112,6 +113,22 @@ std::string family(const std::string &extra_types, const std::string &sets,
     return R"({"types": [{"code": 2, "names": ["K", "KF", "KL", "KD"]}, {"code": 1, "names": ["X"]})" +
            extra_types + R"(], "enums": )" + enums + R"(, "register_sets": )" + sets +
            R"(, "products": )" + products + R"(, "cards": )" + cards + "}";
+}
+
+// A product whose versions 1.00A, 1.01A, ... are each based on the one after, so that resolving
+// the first one walks the whole chain.
+std::string version_chain(int count) {
+    std::string versions;
+    for (int i = 0; i < count; ++i) {
+        char v[16], b[16];
+        std::snprintf(v, sizeof v, "%d.%02dA", 1 + i / 100, i % 100);
+        std::snprintf(b, sizeof b, "%d.%02dA", 1 + (i + 1) / 100, (i + 1) % 100);
+        versions += std::string(i ? ", " : "") + R"({"version": ")" + v + "\"" +
+                    (i + 1 < count ? std::string(R"(, "base": ")") + b + "\"" : std::string()) +
+                    "}";
+    }
+    return R"({"products": [{"code": 1, "name": "P", "default": "1.00A", "versions": [)" +
+           versions + "]}]}";
 }
 
 const std::string kSets = R"({"base": [{"reg": "K1", "alias": "ONE"}, {"reg": "X0..9"}]})";
@@ -327,6 +344,7 @@ TEST(FamilyLoader, RefusedDescriptions) {
          VOK_EFAMILY,
          {"command_sets.c[0].list_values", "vector parameter"}},
         {"number beyond the double range", R"({"family": 1e999})", VOK_EFORMAT, {"<text>: "}},
+        {"versions based on each other too deep", version_chain(300), VOK_EFAMILY, {"256 deep"}},
         {"too many parameters",
          R"({"command_sets": {"c": [{"number": 5, "params": [{"repeat": 65}, {}]}]}})",
          VOK_EFAMILY,
