@@ -1,5 +1,6 @@
 // The family loader: reads a JSON family description into a Family, refusing any fault whole.
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstring>
 #include <functional>
@@ -183,9 +184,11 @@ class Loader {
             char *end = nullptr;
             errno = 0;
             if (s.size() > 2 && s[0] == '0' && (s[1] == 'x' || s[1] == 'X')) {
-                unsigned long long u = std::strtoull(s.c_str() + 2, &end, 16);
-                if (errno != 0 || *end != 0 || s.size() > 18)
+                if (s.size() > 18 ||
+                    s.find_first_not_of("0123456789abcdefABCDEF", 2) != std::string::npos)
                     fail(place, "bad number \"" + s + "\"");
+                unsigned long long u = std::strtoull(s.c_str() + 2, &end, 16);
+                if (errno != 0 || *end != 0) fail(place, "bad number \"" + s + "\"");
                 out = static_cast<int64_t>(u);
             } else {
                 fail(place, "bad number \"" + s + "\"");

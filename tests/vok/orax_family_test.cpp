@@ -361,6 +361,30 @@ TEST_F(OraxFamily, ProductDifferences) {
     EXPECT_EQ(vok_get_register_count(d32, K), vok_get_register_count(d38, K));
 }
 
+// The product category text of M85, four characters per element, first in the low byte.
+std::string category(const VOK_DICT *d) {
+    std::string text;
+    for (int e = 0; e < vok_get_register_length(d, 3, 85); ++e) {
+        uint32_t w = uint32_t(vok_get_reg_default_int32(d, 3, 85, uint32_t(e)));
+        for (int c = 0; c < 4 && (w >> (8 * c) & 0xFF) != 0; ++c)
+            text += char(w >> (8 * c) & 0xFF);
+    }
+    return text;
+}
+
+TEST_F(OraxFamily, ProductCategories) {
+    const std::pair<uint32_t, const char *> rows[] = {
+        {1, "LEGACY DRIVE"}, {25, "LEGACY DRIVE"}, {32, "SERVO DRIVE"},      {36, "SERVO DRIVE"},
+        {48, "MOTION CTRL"}, {49, "MOTION CTRL"},  {51, "MOTION CTRL SYNC"}, {60, "SPECIAL DRIVE"}};
+    for (auto [product, text] : rows) {
+        Dict d(product, vok_get_default_version(product));
+        ASSERT_EQ(d.rc, 0) << product;
+        EXPECT_EQ(vok_get_register_format(d, 3, 85, 0), VOK_FORMAT_STRING);
+        EXPECT_EQ(vok_get_register_length(d, 3, 85), 4);
+        EXPECT_EQ(category(d), text) << product;
+    }
+}
+
 TEST_F(OraxFamily, Commands) {
     struct ParamRow {
         uint32_t kind;
