@@ -568,8 +568,10 @@ class Loader {
     }
 
     static std::string substitute(std::string text, uint32_t index, uint32_t first) {
+        // {i}: the index; {n}: the place in the range from 1; {k}: the place from 0.
         for (auto [key, value] : {std::pair<const char *, uint32_t>{"{i}", index},
-                                  std::pair<const char *, uint32_t>{"{n}", index - first + 1}}) {
+                                  std::pair<const char *, uint32_t>{"{n}", index - first + 1},
+                                  std::pair<const char *, uint32_t>{"{k}", index - first}}) {
             size_t pos;
             while ((pos = text.find(key)) != std::string::npos)
                 text.replace(pos, 3, std::to_string(value));
@@ -745,7 +747,8 @@ class Loader {
             RegRef ref = reg_ref(src.at("reg"), at(p, "reg"));
             if (ref.last != ref.first && src.contains("alias") &&
                 text_of(src, "alias", p).find("{i}") == std::string::npos &&
-                text_of(src, "alias", p).find("{n}") == std::string::npos)
+                text_of(src, "alias", p).find("{n}") == std::string::npos &&
+                text_of(src, "alias", p).find("{k}") == std::string::npos)
                 fail(at(p, "alias"), "one alias for a range of registers");
             const Register *first = nullptr;
             for (uint32_t idx = ref.first; idx <= ref.last; ++idx) {

@@ -306,6 +306,11 @@ TEST_F(OraxFamily, TypesOfTheCurrentDrive) {
     EXPECT_EQ(vok_get_register_columns(d, TF, 2), 3);
     EXPECT_EQ(vok_get_register_rows(d, K, 5), 1);
     EXPECT_EQ(vok_get_register_columns(d, K, 5), 3);
+    // Ranges of registers are numbered in their descriptions.
+    EXPECT_STREQ(vok_get_register_name(d, 2, 8, 64, 0), "Lookup table 1, point 0");
+    EXPECT_STREQ(vok_get_register_name(d, 2, 8, 255, 0), "Lookup table 3, point 63");
+    EXPECT_STREQ(vok_get_register_class(d, 2, 8, 255), "Lookup table 3");
+    EXPECT_STREQ(vok_get_register_name(d, 2, 1, 517, 0), "User variable 517");
     EXPECT_GE(vok_get_subindex_count(d, K), 8);
     EXPECT_GE(vok_get_subindex_count(d, M), 11);
     // Every name is a register type name the parser can tell from a command and a number.
