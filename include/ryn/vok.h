@@ -135,7 +135,8 @@ RYN_EXPORT int vok_is_vector_kind(uint32_t kind);
 RYN_EXPORT int vok_get_register_count(const VOK_DICT *dict, uint32_t type);
 /* Whether a type is hidden: no aliases, plain in uploads. */
 RYN_EXPORT int vok_type_is_hidden(const VOK_DICT *dict, uint32_t type);
-/* Register predicate of the download filter mode: the element is user data, not factory data. */
+/* Register predicate of the download filter mode: the element is user data (writable, not
+ * reserved, not factory data, of a type that is neither hidden nor read-only). */
 RYN_EXPORT int vok_test_register(const VOK_DICT *dict, uint32_t type, uint32_t index,
                                  uint32_t subindex);
 /* Whether a register type exists in this dictionary. */
@@ -153,9 +154,9 @@ RYN_EXPORT int vok_element_is_reserved(const VOK_DICT *dict, uint32_t type, uint
 /* Class (group) name of a register; equal names share one pointer; null when none. */
 RYN_EXPORT const char *vok_get_register_class(const VOK_DICT *dict, int form, uint32_t type,
                                               uint32_t index);
-/* Row length of a vector or matrix register. */
+/* Row length of a vector or matrix register (the element count of another register). */
 RYN_EXPORT int vok_get_register_columns(const VOK_DICT *dict, uint32_t kind, uint32_t index);
-/* Row count of a vector or matrix register (1 for a vector). */
+/* Row count of a vector or matrix register (1 for a vector and for another register). */
 RYN_EXPORT int vok_get_register_rows(const VOK_DICT *dict, uint32_t kind, uint32_t index);
 
 /* ---- Commands and parameters ---- */
@@ -276,6 +277,55 @@ RYN_EXPORT int64_t vok_get_enum_value_int64(const VOK_DICT *dict, int enumeratio
 RYN_EXPORT float vok_get_enum_value_float(const VOK_DICT *dict, int enumeration, int entry);
 /* Entry value as a double. */
 RYN_EXPORT double vok_get_enum_value_double(const VOK_DICT *dict, int enumeration, int entry);
+
+/* ---- Browsing, for applications and the command-line tool ---- */
+
+/* Name of the active family ("ORAX"), "" when it has none. */
+RYN_EXPORT const char *vok_get_family_name(void);
+/* Number of drive products of the active family, reserved product numbers included. */
+RYN_EXPORT int vok_get_product_count(void);
+/* Code of drive product i (0 .. count - 1, ascending); 0 when out of range. */
+RYN_EXPORT uint32_t vok_get_product_code(int i);
+/* Description of a drive product, null when unknown or without one. */
+RYN_EXPORT const char *vok_get_product_description(uint32_t product);
+/* Whether a product number is reserved: known to the family, but without versions. */
+RYN_EXPORT int vok_is_reserved_product(uint32_t product);
+/* Number of versions of a drive product, 0 when unknown. */
+RYN_EXPORT int vok_get_product_version_count(uint32_t product);
+/* Version i of a drive product (ascending); 0 when out of range. */
+RYN_EXPORT uint32_t vok_get_product_version(uint32_t product, int i);
+/* Number of extension card products of the active family. */
+RYN_EXPORT int vok_get_ext_product_count(void);
+/* Code of extension card product i (ascending); 0 when out of range. */
+RYN_EXPORT uint32_t vok_get_ext_product_code(int i);
+/* Description of an extension card product, null when unknown or without one. */
+RYN_EXPORT const char *vok_get_ext_product_description(uint32_t ext_product);
+/* Number of versions of an extension card product, 0 when unknown. */
+RYN_EXPORT int vok_get_ext_product_version_count(uint32_t ext_product);
+/* Version i of an extension card product (ascending); 0 when out of range. */
+RYN_EXPORT uint32_t vok_get_ext_product_version(uint32_t ext_product, int i);
+/* Default version of an extension card product, 0 when unknown. */
+RYN_EXPORT uint32_t vok_get_ext_product_default_version(uint32_t ext_product);
+/* Whether an extension card product fits a drive product. */
+RYN_EXPORT int vok_ext_fits_product(uint32_t ext_product, uint32_t product);
+/* Smallest register index of a type, not below from, that exists; -1 when none. */
+RYN_EXPORT int32_t vok_get_next_index(const VOK_DICT *dict, uint32_t type, uint32_t from);
+/* Smallest command number, not below from, that the dictionary knows; -1 when none. */
+RYN_EXPORT int32_t vok_get_next_command(const VOK_DICT *dict, uint32_t from);
+/* Finds a register by its alias (case-insensitive): 0 with its kind and index, or -1. */
+RYN_EXPORT int vok_find_register_alias(const VOK_DICT *dict, const char *alias, uint32_t *kind,
+                                       uint32_t *index);
+/* Number of the command with this name (case-insensitive), -1 when none. */
+RYN_EXPORT int32_t vok_find_command_name(const VOK_DICT *dict, const char *name);
+/* Name of a command parameter ("target"), null when it has none. */
+RYN_EXPORT const char *vok_get_param_name(const VOK_DICT *dict, uint32_t command, int position);
+/* ISO unit code of a register (20 position, 21 velocity, ...), 0 when it has no conversion. */
+RYN_EXPORT int vok_get_register_iso_unit(const VOK_DICT *dict, uint32_t kind, uint32_t index);
+/* ISO unit code of a command parameter, 0 when it has no conversion. */
+RYN_EXPORT int vok_get_param_iso_unit(const VOK_DICT *dict, uint32_t command, int position);
+/* Description of an enumeration entry, null when it has none. */
+RYN_EXPORT const char *vok_get_enum_entry_description(const VOK_DICT *dict, int enumeration,
+                                                      int entry);
 
 #ifdef __cplusplus
 }

@@ -103,6 +103,8 @@ struct TypeInfo {
     bool whole_writable = false;
     bool always = false;   // present in every dictionary, even without registers
     bool readonly = false; // no register of the type may be assigned
+    // Absolute addresses: every index names a one-element register that is not listed.
+    const Register *address_register = nullptr;
 };
 
 using RegisterKey = uint32_t; // kind << 16 | index
@@ -157,20 +159,28 @@ struct Model {
     int dictionary_class = 1;
     struct Type {
         std::vector<const Register *> regs; // by index, null in gaps
+        std::vector<uint32_t> indexes;      // the indexes that exist, ascending
         uint32_t subindex_count = 0;
         bool present = false;
     };
     std::array<Type, kTypeCount> types;
     std::vector<const Command *> commands; // kCommandCount entries
+    std::vector<uint32_t> command_numbers; // the numbers that exist, ascending
+    // Register aliases and command names, sorted case-insensitively, for lookups by name.
+    std::vector<std::pair<const char *, RegisterKey>> aliases;
+    std::vector<std::pair<const char *, uint32_t>> command_names;
 };
 
 // One loaded family. Everything in it lives until the process ends.
 struct Family {
     std::string source; // file name, or "<text>" / "<embedded>"
+    std::string name;   // the family's own name ("ORAX")
+    std::string description;
     std::array<TypeInfo, kTypeCount> types;
     std::map<int32_t, Enumeration> enums;
     std::map<uint32_t, Product> products;
     std::map<uint32_t, Card> cards;
+    std::vector<uint32_t> product_codes, card_codes; // ascending, for browsing by position
     std::deque<Register> registers;
     std::deque<Command> commands;
     std::unordered_set<std::string> texts;
@@ -187,6 +197,9 @@ struct Dict {
     const Model *model;
     uint32_t product, version, ext_product, ext_version;
 };
+
+// ASCII case-insensitive ordering of names.
+bool name_less(const char *a, const char *b);
 
 // Loads a family description; on failure returns the code and fills message.
 int load_family(const std::string &json, const std::string &source, std::unique_ptr<Family> &out,

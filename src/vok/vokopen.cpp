@@ -1,6 +1,9 @@
 // The family registry: the active family, loading others, and opening and closing dictionaries.
 #include <algorithm>
+#include <atomic>
+#include <cctype>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <new>
@@ -23,12 +26,22 @@ struct Registry {
     int open = 0;
 };
 
+// Never destroyed: texts of every family stay valid until the process has ended, whatever order
+// other libraries' static objects are destroyed in.
 Registry &registry() {
-    static Registry r;
-    return r;
+    static Registry *r = new Registry;
+    return *r;
 }
 
 thread_local std::string t_family_error;
+
+// The active family for readers that do not take the lock; written under the lock.
+std::atomic<const Family *> g_active{nullptr};
+
+void set_active(Registry &r, const Family *f) {
+    r.active = f;
+    g_active.store(f, std::memory_order_release);
+}
 
 // Loads the embedded family on first use; the registry lock is held.
 const Family *embedded_locked(Registry &r) {
@@ -47,7 +60,7 @@ const Family *embedded_locked(Registry &r) {
 }
 
 const Family &active_locked(Registry &r) {
-    if (r.active == nullptr) r.active = embedded_locked(r);
+    if (r.active == nullptr) set_active(r, embedded_locked(r));
     return *r.active;
 }
 
@@ -76,7 +89,7 @@ int install(const std::string &text, const std::string &source) {
             return refuse_load(VOK_EBUSY,
                                source + ": " + std::to_string(r.open) + " dictionaries are open");
         r.families.push_back(std::move(f));
-        r.active = r.families.back().get();
+        set_active(r, r.families.back().get());
         t_family_error.clear();
         return 0;
     } catch (const std::bad_alloc &) {
@@ -108,17 +121,40 @@ std::unique_ptr<Model> build_model(const Family &family, const Product &product,
     if (card) place(card->layer);
     for (uint32_t k = 0; k < kTypeCount; ++k) {
         auto &t = m->types[k];
-        for (const Register *reg : t.regs)
-            if (reg && reg->elements.size() > t.subindex_count)
+        for (const Register *reg : t.regs) {
+            if (reg == nullptr) continue;
+            t.indexes.push_back(reg->index);
+            if (reg->elements.size() > t.subindex_count)
                 t.subindex_count = static_cast<uint32_t>(reg->elements.size());
+            if (reg->alias && reg->alias[0])
+                m->aliases.emplace_back(reg->alias, reg_key(k, reg->index));
+        }
         t.present = !t.regs.empty() || (family.types[k].always && family.types[k].name);
     }
+    for (uint32_t c = 0; c < kCommandCount; ++c) {
+        const Command *cmd = m->commands[c];
+        if (cmd == nullptr) continue;
+        m->command_numbers.push_back(c);
+        if (cmd->name && cmd->name[0]) m->command_names.emplace_back(cmd->name, c);
+    }
+    auto by_name = [](const auto &a, const auto &b) { return name_less(a.first, b.first); };
+    std::stable_sort(m->aliases.begin(), m->aliases.end(), by_name);
+    std::stable_sort(m->command_names.begin(), m->command_names.end(), by_name);
     return m;
 }
 
 } // namespace
 
+bool name_less(const char *a, const char *b) {
+    for (;; ++a, ++b) {
+        int x = std::toupper(static_cast<unsigned char>(*a));
+        int y = std::toupper(static_cast<unsigned char>(*b));
+        if (x != y || x == 0) return x < y;
+    }
+}
+
 const Family &active_family() {
+    if (const Family *f = g_active.load(std::memory_order_acquire)) return *f;
     Registry &r = registry();
     std::lock_guard<std::mutex> g(r.lock);
     return active_locked(r);
@@ -233,6 +269,9 @@ int vok_load_family_file(const char *path) {
     if (path == nullptr) return refuse_load(VOK_EBADPARAM, "no file name given");
     std::string text;
     try {
+        std::error_code ec;
+        if (std::filesystem::is_directory(path, ec))
+            return refuse_load(VOK_EFILE, std::string(path) + ": is a directory");
         std::ifstream in(path, std::ios::binary);
         if (!in) return refuse_load(VOK_EFILE, std::string(path) + ": cannot be opened");
         std::ostringstream s;
@@ -251,7 +290,7 @@ int vok_load_default_family(void) {
     if (r.open > 0)
         return refuse_load(VOK_EBUSY, std::string(embedded_family_name) + ": " +
                                           std::to_string(r.open) + " dictionaries are open");
-    r.active = embedded_locked(r);
+    set_active(r, embedded_locked(r));
     t_family_error.clear();
     return 0;
 }

@@ -32,9 +32,10 @@ const Register *accumulator() {
 const Register *reg(const VOK_DICT *d, uint32_t kind, uint32_t index) {
     const Model *m = model(d);
     if (m == nullptr || kind >= kTypeCount) return nullptr;
-    const auto &regs = m->types[kind].regs;
-    if (index < regs.size()) return regs[index];
-    return kind == 1 && index == 65535 && !regs.empty() ? accumulator() : nullptr;
+    const auto &t = m->types[kind];
+    if (index < t.regs.size() && t.regs[index] != nullptr) return t.regs[index];
+    if (kind == 1 && index == 65535 && !t.regs.empty()) return accumulator();
+    return t.present ? m->family->types[kind].address_register : nullptr;
 }
 
 const Element *elem(const VOK_DICT *d, uint32_t kind, uint32_t index, uint32_t sub) {
