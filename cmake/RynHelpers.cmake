@@ -32,7 +32,7 @@ function(ryn_library)
     add_library(ryn_${A_NAME} SHARED $<TARGET_OBJECTS:${obj}>)
     add_library(ryn::${A_NAME} ALIAS ryn_${A_NAME})
     set_target_properties(ryn_${A_NAME} PROPERTIES VERSION ${PROJECT_VERSION}
-        SOVERSION ${PROJECT_VERSION_MAJOR} EXPORT_NAME ${A_NAME})
+        SOVERSION ${PROJECT_VERSION_MAJOR} EXPORT_NAME ${A_NAME} INSTALL_RPATH "$ORIGIN")
     target_include_directories(ryn_${A_NAME} PUBLIC
         $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<INSTALL_INTERFACE:include>)
     target_link_libraries(ryn_${A_NAME} PUBLIC ${A_PUBLIC_LIBS} PRIVATE ${A_PRIVATE_LIBS})
@@ -45,6 +45,7 @@ function(ryn_library)
     install(TARGETS ryn_${A_NAME} EXPORT ryn-targets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
         RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+    file(RELATIVE_PATH RYN_PC_RELATIVE "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
     set(RYN_PC_NAME ${A_NAME})
     set(RYN_PC_DESCRIPTION "${A_DESCRIPTION}")
     list(JOIN A_PC_REQUIRES " " RYN_PC_REQUIRES)

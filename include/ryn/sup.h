@@ -4,13 +4,7 @@
 
 #include <stdint.h>
 
-#ifndef RYN_EXPORT
-#if defined(__GNUC__)
-#define RYN_EXPORT __attribute__((visibility("default")))
-#else
-#define RYN_EXPORT
-#endif
-#endif
+#include "ryn/export.h"
 
 #ifdef __cplusplus
 extern "C" {

@@ -4,15 +4,8 @@
 
 #include <stdint.h>
 
+#include "ryn/export.h"
 #include "ryn/oxb.h"
-
-#ifndef RYN_EXPORT
-#if defined(__GNUC__)
-#define RYN_EXPORT __attribute__((visibility("default")))
-#else
-#define RYN_EXPORT
-#endif
-#endif
 
 #ifdef __cplusplus
 extern "C" {

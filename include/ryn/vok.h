@@ -4,13 +4,7 @@
 
 #include <stdint.h>
 
-#ifndef RYN_EXPORT
-#if defined(__GNUC__)
-#define RYN_EXPORT __attribute__((visibility("default")))
-#else
-#define RYN_EXPORT
-#endif
-#endif
+#include "ryn/export.h"
 
 #ifdef __cplusplus
 extern "C" {
@@ -135,7 +129,8 @@ RYN_EXPORT int vok_is_vector_kind(uint32_t kind);
 RYN_EXPORT int vok_get_register_count(const VOK_DICT *dict, uint32_t type);
 /* Whether a type is hidden: no aliases, plain in uploads. */
 RYN_EXPORT int vok_type_is_hidden(const VOK_DICT *dict, uint32_t type);
-/* Register predicate of the download filter mode: the element is user data, not factory data. */
+/* Register predicate of the download filter mode: the element is user data (writable, not
+ * reserved, not factory data, of a type that is neither hidden nor read-only). */
 RYN_EXPORT int vok_test_register(const VOK_DICT *dict, uint32_t type, uint32_t index,
                                  uint32_t subindex);
 /* Whether a register type exists in this dictionary. */
@@ -153,9 +148,9 @@ RYN_EXPORT int vok_element_is_reserved(const VOK_DICT *dict, uint32_t type, uint
 /* Class (group) name of a register; equal names share one pointer; null when none. */
 RYN_EXPORT const char *vok_get_register_class(const VOK_DICT *dict, int form, uint32_t type,
                                               uint32_t index);
-/* Row length of a vector or matrix register. */
+/* Row length of a vector or matrix register (the element count of another register). */
 RYN_EXPORT int vok_get_register_columns(const VOK_DICT *dict, uint32_t kind, uint32_t index);
-/* Row count of a vector or matrix register (1 for a vector). */
+/* Row count of a vector or matrix register (1 for a vector and for another register). */
 RYN_EXPORT int vok_get_register_rows(const VOK_DICT *dict, uint32_t kind, uint32_t index);
 
 /* ---- Commands and parameters ---- */

@@ -56,9 +56,9 @@ uint32_t value_class(int32_t type) {
 template <class Visit>
 void for_each_dictionary(const TRA &tra, uint64_t mask, Visit &&visit) {
     const VOK_DICT *last = nullptr;
-    for (int axis = 0; axis < AXES; ++axis) {
-        const VOK_DICT *d = tra.axis_dicts[static_cast<std::size_t>(axis)];
-        if ((mask >> axis & 1) == 0 || d == nullptr || d == last) continue;
+    for (uint64_t axes = mask; axes != 0; axes &= axes - 1) {
+        const VOK_DICT *d = tra.axis_dicts[static_cast<std::size_t>(std::countr_zero(axes))];
+        if (d == nullptr || d == last) continue;
         last = d;
         if (visit(d)) return;
     }
@@ -338,10 +338,8 @@ struct Builder {
         });
     }
 
-    int element_error(int line, int code, const char *text) { return t.fail(line, code, text); }
-
     // Elements of a vector or matrix register: marker, element reference, then the values.
-    int write_elements(const RecordView &r, int capacity, uint64_t) {
+    int write_elements(const RecordView &r) {
         const Token &dest = token(0);
         const int values = ctx.count - 1;
         int rows, columns;
@@ -349,23 +347,19 @@ struct Builder {
         uint32_t element;
         if (rows < 2) {
             if (dest.column_given)
-                return element_error(__LINE__, TRA_EBADINDEX,
-                                     "Row & column specified on vector parameter");
+                return t.fail(__LINE__, TRA_EBADINDEX,
+                              "Row & column specified on vector parameter");
             if (dest.row >= static_cast<uint32_t>(columns))
-                return element_error(__LINE__, TRA_EBADINDEX,
-                                     "The specified index is out of range");
+                return t.fail(__LINE__, TRA_EBADINDEX, "The specified index is out of range");
             if (dest.row_given && values > 1)
-                return element_error(__LINE__, TRA_ETOOMANYVALUES,
-                                     "A single value should be specified");
+                return t.fail(__LINE__, TRA_ETOOMANYVALUES, "A single value should be specified");
             element = dest.row;
         } else {
             if (dest.row >= static_cast<uint32_t>(rows) ||
                 dest.column >= static_cast<uint32_t>(columns))
-                return element_error(__LINE__, TRA_EBADINDEX,
-                                     "The specified index is out of range");
+                return t.fail(__LINE__, TRA_EBADINDEX, "The specified index is out of range");
             if (dest.row_given && dest.column_given && values > 1)
-                return element_error(__LINE__, TRA_ETOOMANYVALUES,
-                                     "A single value should be specified");
+                return t.fail(__LINE__, TRA_ETOOMANYVALUES, "A single value should be specified");
             element = dest.row * static_cast<uint32_t>(columns) + dest.column;
         }
         for (int k = 0; k < values; ++k) {
@@ -373,35 +367,33 @@ struct Builder {
             if (value_class(v.type) != value_class(dest.type))
                 return t.fail(__LINE__, TRA_ETYPECONV, v.text);
             if (v.list_row >= rows)
-                return element_error(__LINE__, TRA_ETOOMANYVALUES, "Too much rows specified");
+                return t.fail(__LINE__, TRA_ETOOMANYVALUES, "Too much rows specified");
             if (v.list_column >= columns)
-                return element_error(__LINE__, TRA_ETOOMANYVALUES, "Too much columns specified");
+                return t.fail(__LINE__, TRA_ETOOMANYVALUES, "Too much columns specified");
             if (rows < 2) {
                 if (v.list_row >= 0)
-                    return element_error(__LINE__, TRA_EBADSUBSCRIPT,
-                                         "Bad subscipt specified. use [n, m, ...]");
+                    return t.fail(__LINE__, TRA_EBADSUBSCRIPT,
+                                  "Bad subscipt specified. use [n, m, ...]");
                 if (v.list_column < 0 && !dest.row_given)
-                    return element_error(__LINE__, TRA_EBADSUBSCRIPT,
-                                         "Vector parameter element must be specified");
+                    return t.fail(__LINE__, TRA_EBADSUBSCRIPT,
+                                  "Vector parameter element must be specified");
             } else {
                 if (v.list_column < 0 && !(dest.row_given && dest.column_given))
-                    return element_error(__LINE__, TRA_EBADSUBSCRIPT,
-                                         "Matrix parameter element must be specified");
+                    return t.fail(__LINE__, TRA_EBADSUBSCRIPT,
+                                  "Matrix parameter element must be specified");
                 if (v.list_row < 0 && !dest.row_given)
-                    return element_error(__LINE__, TRA_EBADSUBSCRIPT,
-                                         "Matrix parameter row must be specified");
+                    return t.fail(__LINE__, TRA_EBADSUBSCRIPT,
+                                  "Matrix parameter row must be specified");
                 if (v.list_column >= 0) {
                     uint32_t row = v.list_row >= 0 ? static_cast<uint32_t>(v.list_row) : dest.row;
                     uint32_t own =
                         row * static_cast<uint32_t>(columns) + static_cast<uint32_t>(v.list_column);
                     if (element + static_cast<uint32_t>(k) != own)
-                        return element_error(__LINE__, TRA_EINCOMPLETEVECTOR,
-                                             "Incomplete Vector specified");
+                        return t.fail(__LINE__, TRA_EINCOMPLETEVECTOR,
+                                      "Incomplete Vector specified");
                 }
             }
         }
-        if (capacity < values + 2) return t.fail(__LINE__, TRA_EBUFSIZE);
-        r.clear(capacity);
         r.set_tag(0, ELEMENT_REF_TAG_BIT);
         r.set_value32(0, 2);
         r.set_tag(1, (static_cast<uint32_t>(dest.type) & 0xFF) | ELEMENT_REF_TAG_BIT);
@@ -422,10 +414,11 @@ struct Builder {
         dimensions(reg, rows, columns);
         if (reg.column_given && !reg.row_given) return t.fail(__LINE__, TRA_EBADPARAM, reg.text);
         if (rows > 1 && reg.row_given && reg.row >= static_cast<uint32_t>(rows))
-            return element_error(__LINE__, TRA_EBADINDEX,
-                                 "The vector/matrix index is out of range");
+            return t.fail(__LINE__, TRA_EBADINDEX, "The vector/matrix index is out of range");
         const int elements = reg.row_given ? 1 : rows * columns;
-        if (capacity < elements + 1) return t.fail(__LINE__, TRA_EBUFSIZE);
+        // The count byte and the bus carry at most TRA_RECORD_MAX_SLOTS slots, whatever the room.
+        if (capacity < elements + 1 || elements + 1 > TRA_RECORD_MAX_SLOTS)
+            return t.fail(__LINE__, TRA_EBUFSIZE, reg.text);
         const uint32_t first =
             reg.row_given
                 ? (rows > 1 ? reg.row * static_cast<uint32_t>(columns) + reg.column : reg.row)
@@ -464,9 +457,10 @@ int _tra_asc2rec_exec(TRA *tra, const char *text, TRA_RECORD *record, int32_t ca
     const RecordView r = view(record);
     r.clear(capacity);
 
-    // The parse context is large: one per thread, reused from line to line.
-    thread_local ParseContext ctx;
-    std::memset(&ctx, 0, sizeof ctx);
+    // The parser resets the context's fields and every token it adds; only the bracketed flag is
+    // the builder's.
+    ParseContext ctx;
+    ctx.bracketed = 0;
 
     LineCopy copy;
     const std::size_t length = std::strlen(text);
@@ -555,7 +549,7 @@ int _tra_asc2rec_exec(TRA *tra, const char *text, TRA_RECORD *record, int32_t ca
         rc = b.write_list_command(r, f);
         break;
     case Form::element_assignment:
-        rc = b.write_elements(r, capacity, ctx.axis_mask);
+        rc = b.write_elements(r);
         break;
     case Form::read_list:
         b.write_read_list(r);

@@ -21,10 +21,9 @@ struct AddressedDicts {
 
     AddressedDicts(const TRA &tra, uint64_t mask) {
         const VOK_DICT *last = nullptr;
-        for (int axis = 0; axis < AXES; ++axis) {
-            const VOK_DICT *dict = tra.axis_dicts[static_cast<std::size_t>(axis)];
+        for (uint64_t axes = mask; axes != 0; axes &= axes - 1) {
+            const VOK_DICT *dict = tra.axis_dicts[static_cast<std::size_t>(std::countr_zero(axes))];
             if (dict == nullptr || dict == last) continue;
-            if (((mask >> axis) & 1u) == 0) continue;
             dicts[count++] = dict;
             last = dict;
         }

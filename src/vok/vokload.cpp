@@ -1,5 +1,6 @@
 // The family loader: reads a JSON family description into a Family, refusing any fault whole.
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstring>
 #include <functional>
@@ -97,7 +98,18 @@ class Loader {
     Family &f_;
     // A bound on the size of a family, so that a short description cannot ask for gigabytes.
     static constexpr size_t kMaxElements = 4u << 20;
+    static constexpr size_t kMaxLayerEntries = 16u << 20;
+    static constexpr int kMaxBaseDepth = 256;
     size_t element_total_ = 0;
+    size_t layer_total_ = 0;
+
+    // Versions copy their bases; the copies are bounded as the elements are.
+    void count_layer(const Layer &layer, const std::string &place) {
+        layer_total_ += layer.registers.size() + layer.commands.size();
+        if (layer_total_ > kMaxLayerEntries)
+            fail(place, "the versions of the family hold more than " +
+                            std::to_string(kMaxLayerEntries) + " registers and commands");
+    }
     std::map<std::string, uint32_t> type_by_name_; // name -> kind word
     std::map<std::string, int32_t> enum_by_name_;
     // Register source objects, so that a later version can change some fields of a register.
@@ -172,9 +184,11 @@ class Loader {
             char *end = nullptr;
             errno = 0;
             if (s.size() > 2 && s[0] == '0' && (s[1] == 'x' || s[1] == 'X')) {
-                unsigned long long u = std::strtoull(s.c_str() + 2, &end, 16);
-                if (errno != 0 || *end != 0 || s.size() > 18)
+                if (s.size() > 18 ||
+                    s.find_first_not_of("0123456789abcdefABCDEF", 2) != std::string::npos)
                     fail(place, "bad number \"" + s + "\"");
+                unsigned long long u = std::strtoull(s.c_str() + 2, &end, 16);
+                if (errno != 0 || *end != 0) fail(place, "bad number \"" + s + "\"");
                 out = static_cast<int64_t>(u);
             } else {
                 fail(place, "bad number \"" + s + "\"");
@@ -329,6 +343,32 @@ class Loader {
                 }
             }
         }
+    }
+
+    // Whether a name would be read as a register of the family: a type name alone, followed by
+    // "Y" (the whole type) or by digits (an index).
+    bool looks_like_register(const std::string &name) const {
+        std::string upper = name;
+        for (char &c : upper)
+            if (c >= 'a' && c <= 'z') c = char(c - 'a' + 'A');
+        for (size_t n = 1; n <= upper.size(); ++n) {
+            if (!type_by_name_.count(upper.substr(0, n))) continue;
+            const std::string rest = upper.substr(n);
+            if (rest.empty() || rest == "Y") return true;
+            if (rest.find_first_not_of("0123456789") == std::string::npos) return true;
+        }
+        return false;
+    }
+
+    // An alias is a word (a letter or "_" first, then letters, digits and "_") that cannot be read
+    // as a register.
+    void check_alias(const std::string &alias, const std::string &place) const {
+        bool ok = !alias.empty() && !(alias[0] >= '0' && alias[0] <= '9') && alias.size() <= 63;
+        for (char c : alias)
+            ok = ok && ((c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
+                        (c >= '0' && c <= '9') || c == '_');
+        if (!ok) fail(place, "bad alias \"" + alias + "\"");
+        if (looks_like_register(alias)) fail(place, "alias \"" + alias + "\" reads as a register");
     }
 
     // "K12", "KF1", "X0..1023", "X0..X1023": kind word and index range.
@@ -528,8 +568,10 @@ class Loader {
     }
 
     static std::string substitute(std::string text, uint32_t index, uint32_t first) {
+        // {i}: the index; {n}: the place in the range from 1; {k}: the place from 0.
         for (auto [key, value] : {std::pair<const char *, uint32_t>{"{i}", index},
-                                  std::pair<const char *, uint32_t>{"{n}", index - first + 1}}) {
+                                  std::pair<const char *, uint32_t>{"{n}", index - first + 1},
+                                  std::pair<const char *, uint32_t>{"{k}", index - first}}) {
             size_t pos;
             while ((pos = text.find(key)) != std::string::npos)
                 text.replace(pos, 3, std::to_string(value));
@@ -627,6 +669,7 @@ class Loader {
             alias = substitute(alias, index, first);
             if (f_.types[kind].hidden)
                 fail(at(place, "alias"), "a register of a hidden type has no alias");
+            check_alias(alias, at(place, "alias"));
             r.alias = f_.intern(alias);
         }
         if (src.contains("description"))
@@ -704,7 +747,8 @@ class Loader {
             RegRef ref = reg_ref(src.at("reg"), at(p, "reg"));
             if (ref.last != ref.first && src.contains("alias") &&
                 text_of(src, "alias", p).find("{i}") == std::string::npos &&
-                text_of(src, "alias", p).find("{n}") == std::string::npos)
+                text_of(src, "alias", p).find("{n}") == std::string::npos &&
+                text_of(src, "alias", p).find("{k}") == std::string::npos)
                 fail(at(p, "alias"), "one alias for a range of registers");
             const Register *first = nullptr;
             for (uint32_t idx = ref.first; idx <= ref.last; ++idx) {
@@ -745,7 +789,11 @@ class Loader {
                             " register elements");
         Register r = model;
         r.index = index;
-        if (r.alias) r.alias = f_.intern(substitute(text_of(src, "alias", place), index, first));
+        if (r.alias) {
+            const std::string alias = substitute(text_of(src, "alias", place), index, first);
+            check_alias(alias, at(place, "alias"));
+            r.alias = f_.intern(alias);
+        }
         if (r.description)
             r.description = f_.intern(substitute(text_of(src, "description", place), index, first));
         f_.registers.push_back(std::move(r));
@@ -771,7 +819,7 @@ class Loader {
     }
 
     const Command *make_command(const json &src, const std::string &place) {
-        check_keys(src, place, {"number", "name", "description", "params"});
+        check_keys(src, place, {"number", "name", "description", "params", "list_values"});
         Command c;
         c.number = u32_of(src, "number", place, 0, kCommandCount - 1);
         std::string name = text_of(src, "name", place);
@@ -784,6 +832,8 @@ class Loader {
             if (name.size() == 3 && name.back() == 'Y')
                 fail(at(place, "name"),
                      "a three-letter command name does not end in Y: \"" + name + "\"");
+            if (looks_like_register(name))
+                fail(at(place, "name"), "command name \"" + name + "\" reads as a register");
             c.name = f_.intern(name);
         }
         std::string d = text_of(src, "description", place);
@@ -823,6 +873,21 @@ class Loader {
                     c.params.push_back(param);
             }
             if (c.params.size() > 65) fail(at(place, "params"), "more than 65 parameters");
+        }
+        if (src.contains("list_values")) {
+            // A command that takes a list accepts this many values in all: the positions after
+            // the declared groups answer as plain elements of the last list group.
+            const std::string pl = at(place, "list_values");
+            size_t n = size_t(int_of(src.at("list_values"), pl, 1, 64));
+            const Param *group = nullptr;
+            for (const Param &p : c.params)
+                if (p.vector) group = &p;
+            if (group == nullptr) fail(pl, "only a command with a vector parameter takes a list");
+            if (n < c.params.size()) fail(pl, "fewer list values than declared parameters");
+            Param element = *group;
+            element.name = nullptr;
+            element.vector = false;
+            c.params.resize(n, element);
         }
         f_.commands.push_back(std::move(c));
         return &f_.commands.back();
@@ -994,10 +1059,13 @@ class Loader {
     }
 
     // Resolves a product version: its base first, then its own sets, removals and changes.
-    const Layer &resolve(uint32_t code, uint32_t ver, const std::string &from) {
+    const Layer &resolve(uint32_t code, uint32_t ver, const std::string &from, int depth = 0) {
         PendingVersion &pv = pending_.at(code).at(ver);
         if (pv.state == 2) return pv.layer;
         if (pv.state == 1) fail(from, "versions based on each other in a circle");
+        if (depth > kMaxBaseDepth)
+            fail(from, "versions based on each other more than " + std::to_string(kMaxBaseDepth) +
+                           " deep");
         pv.state = 1;
         const json &v = *pv.desc;
         bool has_base = false;
@@ -1020,10 +1088,11 @@ class Loader {
             if (pit == pending_.end() || !pit->second.count(bver))
                 fail(pb, "based on version " + version_text(bver) +
                              ", which the product does not have");
-            pv.layer = resolve(bcode, bver, pb);
+            pv.layer = resolve(bcode, bver, pb, depth + 1);
             has_base = true;
         }
         fill_layer(v, pv.place, pv.layer, has_base);
+        count_layer(pv.layer, pv.place);
         pv.state = 2;
         return pv.layer;
     }
@@ -1070,6 +1139,7 @@ class Loader {
                     fail(at(pv, "version"),
                          "version " + version_text(cv.version) + " declared twice");
                 fill_layer(vs[k], pv, cv.layer, false);
+                count_layer(cv.layer, pv);
                 card.versions.push_back(std::move(cv));
             }
             std::sort(

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cctype>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <new>
@@ -25,9 +26,11 @@ struct Registry {
     int open = 0;
 };
 
+// Never destroyed: texts of every family stay valid until the process has ended, whatever order
+// other libraries' static objects are destroyed in.
 Registry &registry() {
-    static Registry r;
-    return r;
+    static Registry *r = new Registry;
+    return *r;
 }
 
 thread_local std::string t_family_error;
@@ -266,6 +269,9 @@ int vok_load_family_file(const char *path) {
     if (path == nullptr) return refuse_load(VOK_EBADPARAM, "no file name given");
     std::string text;
     try {
+        std::error_code ec;
+        if (std::filesystem::is_directory(path, ec))
+            return refuse_load(VOK_EFILE, std::string(path) + ": is a directory");
         std::ifstream in(path, std::ios::binary);
         if (!in) return refuse_load(VOK_EFILE, std::string(path) + ": cannot be opened");
         std::ostringstream s;

@@ -82,8 +82,10 @@ struct Parse : ::testing::Test {
     }
     std::string tokens() const {
         std::string s;
-        for (int i = 0; i < ctx.count; ++i)
-            s += (i ? " " : "") + describe(ctx.tokens[i]);
+        for (int i = 0; i < ctx.count; ++i) {
+            if (i > 0) s += ' ';
+            s += describe(ctx.tokens[i]);
+        }
         return s;
     }
 };

@@ -185,4 +185,27 @@ TEST(VokThreads, ConcurrentOpenAndQueries) {
     EXPECT_EQ(vok_load_default_family(), 0);
 }
 
+// Threads that open configurations of a freshly loaded family build its models at the same time.
+TEST(VokThreads, ConcurrentFirstOpenings) {
+    const std::string odd = std::string(RYN_TEST_DATA) + "/vok/odd_family.json";
+    ASSERT_EQ(vok_load_family_file(odd.c_str()), 0);
+    const uint32_t products[] = {1, 32, 33, 34, 35, 40, 48, 49, 51};
+    std::atomic<int> failures{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 6; ++t) {
+        threads.emplace_back([&] {
+            for (uint32_t p : products) {
+                VOK_DICT *d = nullptr;
+                if (vok_open(&d, p, 0x01008000, 0, 0) != 0 || vok_get_register_count(d, 1) != 16)
+                    ++failures;
+                vok_close(&d);
+            }
+        });
+    }
+    for (auto &th : threads)
+        th.join();
+    EXPECT_EQ(failures.load(), 0);
+    EXPECT_EQ(vok_load_default_family(), 0);
+}
+
 } // namespace

@@ -16,27 +16,22 @@ struct Config {
 };
 
 // Every configuration the family knows: each product version alone, drive-only and with each
-// card that fits it.
+// version of each card that fits it.
 std::vector<Config> every_configuration() {
     std::vector<Config> out;
-    const uint32_t cards[] = {0x21, 0x22};
-    const uint32_t card_versions[] = {0x01028000, 0x02008000};
-    for (uint32_t p = 0; p < 64; ++p) {
-        if (vok_get_product_name(p) == nullptr) continue;
-        for (uint32_t major = 0; major < 4; ++major)
-            for (uint32_t minor = 0; minor < 0x50; ++minor)
-                for (uint32_t letter = 0x80; letter < 0x83; ++letter) {
-                    uint32_t v = major << 24 | minor << 16 | letter << 8;
-                    if (!vok_is_known_version(p, v)) continue;
-                    out.push_back({p, v, 0, 0});
-                    out.push_back({p, v, VOK_DRIVE_ONLY, 0});
-                    for (int c = 0; c < 2; ++c) {
-                        VOK_DICT *d = nullptr;
-                        if (vok_open(&d, p, v, cards[c], card_versions[c]) == 0)
-                            out.push_back({p, v, cards[c], card_versions[c]});
-                        vok_close(&d);
-                    }
-                }
+    for (int i = 0; i < vok_get_product_count(); ++i) {
+        const uint32_t p = vok_get_product_code(i);
+        for (int k = 0; k < vok_get_product_version_count(p); ++k) {
+            const uint32_t v = vok_get_product_version(p, k);
+            out.push_back({p, v, 0, 0});
+            out.push_back({p, v, VOK_DRIVE_ONLY, 0});
+            for (int c = 0; c < vok_get_ext_product_count(); ++c) {
+                const uint32_t card = vok_get_ext_product_code(c);
+                if (!vok_ext_fits_product(card, p)) continue;
+                for (int cv = 0; cv < vok_get_ext_product_version_count(card); ++cv)
+                    out.push_back({p, v, card, vok_get_ext_product_version(card, cv)});
+            }
+        }
     }
     return out;
 }

@@ -1,4 +1,5 @@
 // Loading other families: the odd test family, refused descriptions and their messages, busy state.
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -112,6 +113,22 @@ std::string family(const std::string &extra_types, const std::string &sets,
     return R"({"types": [{"code": 2, "names": ["K", "KF", "KL", "KD"]}, {"code": 1, "names": ["X"]})" +
            extra_types + R"(], "enums": )" + enums + R"(, "register_sets": )" + sets +
            R"(, "products": )" + products + R"(, "cards": )" + cards + "}";
+}
+
+// A product whose versions 1.00A, 1.01A, ... are each based on the one after, so that resolving
+// the first one walks the whole chain.
+std::string version_chain(int count) {
+    std::string versions;
+    for (int i = 0; i < count; ++i) {
+        char v[16], b[16];
+        std::snprintf(v, sizeof v, "%d.%02dA", 1 + i / 100, i % 100);
+        std::snprintf(b, sizeof b, "%d.%02dA", 1 + (i + 1) / 100, (i + 1) % 100);
+        versions += std::string(i ? ", " : "") + R"({"version": ")" + v + "\"" +
+                    (i + 1 < count ? std::string(R"(, "base": ")") + b + "\"" : std::string()) +
+                    "}";
+    }
+    return R"({"products": [{"code": 1, "name": "P", "default": "1.00A", "versions": [)" +
+           versions + "]}]}";
 }
 
 const std::string kSets = R"({"base": [{"reg": "K1", "alias": "ONE"}, {"reg": "X0..9"}]})";
@@ -237,6 +254,10 @@ TEST(FamilyLoader, RefusedDescriptions) {
          family("", R"({"base": [{"reg": "K1", "max": 99999999999}]})", kProduct),
          VOK_EFAMILY,
          {"register_sets.base[0].max", "out of range"}},
+        {"signed hexadecimal number",
+         family("", R"({"base": [{"reg": "K1", "max": "0x-5"}]})", kProduct),
+         VOK_EFAMILY,
+         {"register_sets.base[0].max", "bad number \"0x-5\""}},
         {"fractional integer",
          family("", R"({"base": [{"reg": "K1", "max": 1.5}]})", kProduct),
          VOK_EFAMILY,
@@ -255,6 +276,27 @@ TEST(FamilyLoader, RefusedDescriptions) {
          family("", R"({"base": [{"reg": "K1..4", "alias": "SAME"}]})", kProduct),
          VOK_EFAMILY,
          {"register_sets.base[0].alias", "one alias for a range"}},
+        {"alias that reads as a register",
+         family("", R"({"base": [{"reg": "K1", "alias": "X12"}]})", kProduct),
+         VOK_EFAMILY,
+         {"register_sets.base[0].alias", "\"X12\" reads as a register"}},
+        {"alias that names a whole type",
+         family("", R"({"base": [{"reg": "K1", "alias": "KFY"}]})", kProduct),
+         VOK_EFAMILY,
+         {"\"KFY\" reads as a register"}},
+        {"alias of a range that reads as a register",
+         family("", R"({"base": [{"reg": "K1..3", "alias": "K{i}0"}]})", kProduct),
+         VOK_EFAMILY,
+         {"register_sets.base[0].alias", "\"K10\" reads as a register"}},
+        {"alias with a blank",
+         family("", R"({"base": [{"reg": "K1", "alias": "POS KP"}]})", kProduct),
+         VOK_EFAMILY,
+         {"bad alias \"POS KP\""}},
+        {"command name that names a whole type",
+         family("", kSets, kProduct).substr(0, family("", kSets, kProduct).size() - 1) +
+             R"(, "command_sets": {"c": [{"number": 5, "name": "KY"}]}})",
+         VOK_EFAMILY,
+         {"command_sets.c[0].name", "\"KY\" reads as a register"}},
         {"register index too large",
          family("", R"({"base": [{"reg": "K65534"}]})", kProduct),
          VOK_EFAMILY,
@@ -301,6 +343,12 @@ TEST(FamilyLoader, RefusedDescriptions) {
          R"({"command_sets": {"c": [{"number": 5, "params": [{"kind": "int16"}]}]}})",
          VOK_EFAMILY,
          {"command_sets.c[0].params[0].kind", "int16"}},
+        {"list values without a vector parameter",
+         R"({"command_sets": {"c": [{"number": 5, "params": [{}], "list_values": 8}]}})",
+         VOK_EFAMILY,
+         {"command_sets.c[0].list_values", "vector parameter"}},
+        {"number beyond the double range", R"({"family": 1e999})", VOK_EFORMAT, {"<text>: "}},
+        {"versions based on each other too deep", version_chain(300), VOK_EFAMILY, {"256 deep"}},
         {"too many parameters",
          R"({"command_sets": {"c": [{"number": 5, "params": [{"repeat": 65}, {}]}]}})",
          VOK_EFAMILY,
@@ -334,6 +382,8 @@ TEST(FamilyLoader, FileFaultsNameTheFile) {
     EXPECT_EQ(vok_load_family_file(broken.c_str()), VOK_EFAMILY);
     const std::string msg = vok_get_family_error();
     EXPECT_EQ(msg.rfind(broken + ": products[0].versions[1].base", 0), 0u) << msg;
+    EXPECT_EQ(vok_load_family_file(RYN_TEST_DATA), VOK_EFILE);
+    EXPECT_NE(std::string(vok_get_family_error()).find("directory"), std::string::npos);
     EXPECT_EQ(vok_load_family_file(nullptr), VOK_EBADPARAM);
     EXPECT_EQ(vok_load_family_text(nullptr), VOK_EBADPARAM);
     EXPECT_STREQ(vok_get_family_source(), "<embedded ORAX family>");

@@ -306,6 +306,11 @@ TEST_F(OraxFamily, TypesOfTheCurrentDrive) {
     EXPECT_EQ(vok_get_register_columns(d, TF, 2), 3);
     EXPECT_EQ(vok_get_register_rows(d, K, 5), 1);
     EXPECT_EQ(vok_get_register_columns(d, K, 5), 3);
+    // Ranges of registers are numbered in their descriptions.
+    EXPECT_STREQ(vok_get_register_name(d, 2, 8, 64, 0), "Lookup table 1, point 0");
+    EXPECT_STREQ(vok_get_register_name(d, 2, 8, 255, 0), "Lookup table 3, point 63");
+    EXPECT_STREQ(vok_get_register_class(d, 2, 8, 255), "Lookup table 3");
+    EXPECT_STREQ(vok_get_register_name(d, 2, 1, 517, 0), "User variable 517");
     EXPECT_GE(vok_get_subindex_count(d, K), 8);
     EXPECT_GE(vok_get_subindex_count(d, M), 11);
     // Every name is a register type name the parser can tell from a command and a number.
@@ -361,6 +366,30 @@ TEST_F(OraxFamily, ProductDifferences) {
     EXPECT_EQ(vok_get_register_count(d32, K), vok_get_register_count(d38, K));
 }
 
+// The product category text of M85, four characters per element, first in the low byte.
+std::string category(const VOK_DICT *d) {
+    std::string text;
+    for (int e = 0; e < vok_get_register_length(d, 3, 85); ++e) {
+        uint32_t w = uint32_t(vok_get_reg_default_int32(d, 3, 85, uint32_t(e)));
+        for (int c = 0; c < 4 && (w >> (8 * c) & 0xFF) != 0; ++c)
+            text += char(w >> (8 * c) & 0xFF);
+    }
+    return text;
+}
+
+TEST_F(OraxFamily, ProductCategories) {
+    const std::pair<uint32_t, const char *> rows[] = {
+        {1, "LEGACY DRIVE"}, {25, "LEGACY DRIVE"}, {32, "SERVO DRIVE"},      {36, "SERVO DRIVE"},
+        {48, "MOTION CTRL"}, {49, "MOTION CTRL"},  {51, "MOTION CTRL SYNC"}, {60, "SPECIAL DRIVE"}};
+    for (auto [product, text] : rows) {
+        Dict d(product, vok_get_default_version(product));
+        ASSERT_EQ(d.rc, 0) << product;
+        EXPECT_EQ(vok_get_register_format(d, 3, 85, 0), VOK_FORMAT_STRING);
+        EXPECT_EQ(vok_get_register_length(d, 3, 85), 4);
+        EXPECT_EQ(category(d), text) << product;
+    }
+}
+
 TEST_F(OraxFamily, Commands) {
     struct ParamRow {
         uint32_t kind;
@@ -395,7 +424,8 @@ TEST_F(OraxFamily, Commands) {
         EXPECT_NE(vok_get_command_name(d, 2, r.number), nullptr);
         EXPECT_STREQ(vok_get_command_comment(d, 2, r.number, 0, 0, 0),
                      r.number == 129 ? nullptr : vok_get_command_name(d, 2, r.number));
-        ASSERT_EQ(vok_get_param_count(d, r.number), int(r.params.size()));
+        // A command that takes a list accepts 64 values; the declared groups come first.
+        ASSERT_EQ(vok_get_param_count(d, r.number), r.number == 310 ? 64 : int(r.params.size()));
         bool any_vector = false;
         for (size_t i = 0; i < r.params.size(); ++i) {
             const ParamRow &p = r.params[i];
@@ -418,6 +448,11 @@ TEST_F(OraxFamily, Commands) {
             any_vector = any_vector || p.vector;
         }
         EXPECT_EQ(vok_command_has_vector_params(d, r.number), any_vector);
+    }
+    for (int p = 2; p < 64; ++p) {
+        EXPECT_FALSE(vok_param_is_vector(d, 310, p)) << p;
+        EXPECT_TRUE(vok_param_is_int32(d, 310, p)) << p;
+        EXPECT_EQ(vok_get_param_name(d, 310, p), nullptr) << p;
     }
     EXPECT_EQ(vok_get_param_format(d, 14340, 1), VOK_FORMAT_HEX);
     EXPECT_EQ(vok_get_param_format(d, 14340, 0), VOK_FORMAT_DECIMAL);
