@@ -507,24 +507,38 @@ int show_command(const ConfigOptions &o, const std::string &text) {
     std::cout << "  parameters   " << count
               << (vok_command_has_vector_params(d, cmd) ? " (takes lists in brackets)" : "")
               << '\n';
+    // Parameters described alike (the value slots of a list command) are shown once, as a range.
+    std::string previous;
+    int first = 0;
+    auto flush = [&](int last) {
+        if (previous.empty()) return;
+        const std::string which =
+            first == last ? format("%d", first + 1) : format("%d..%d", first + 1, last + 1);
+        std::cout << format("  %-5s ", which.c_str()) << previous;
+    };
     for (int p = 0; p < count; ++p) {
         const uint32_t kind = vok_get_param_kind(d, cmd, p);
         const int display = vok_get_param_format(d, cmd, p);
-        std::string line =
-            format("  %-3d %-12s %-6s %-11s range %s", p + 1,
-                   or_dash(vok_get_param_name(d, cmd, p)), class_name(kind), format_name(display),
+        std::string body =
+            format("%-12s %-6s %-11s range %s", or_dash(vok_get_param_name(d, cmd, p)),
+                   class_name(kind), format_name(display),
                    range_text(kind, display, param_limit(d, cmd, p, kind, false),
                               param_limit(d, cmd, p, kind, true))
                        .c_str());
-        if (vok_param_is_vector(d, cmd, p)) line += ", list";
-        if (int unit = vok_get_param_iso_unit(d, cmd, p)) line += format(", iso unit %d", unit);
-        std::cout << line << '\n';
+        if (vok_param_is_vector(d, cmd, p)) body += ", list";
+        if (int unit = vok_get_param_iso_unit(d, cmd, p)) body += format(", iso unit %d", unit);
+        body += "\n";
         const int id = vok_get_param_enum(d, cmd, p);
         if (id != 0)
-            std::cout << enum_text(
+            body += enum_text(
                 d, kind, display, id,
-                [&](int e) { return vok_enum_entry_for_param(d, e, cmd, p) != 0; }, "      ");
+                [&](int e) { return vok_enum_entry_for_param(d, e, cmd, p) != 0; }, "        ");
+        if (body == previous) continue;
+        flush(p - 1);
+        previous = body;
+        first = p;
     }
+    flush(count - 1);
     return exit_ok;
 }
 
