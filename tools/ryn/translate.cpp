@@ -10,6 +10,7 @@
 #include <fstream>
 #include <iostream>
 #include <nlohmann/json.hpp>
+#include <unistd.h>
 
 #include "common.hpp"
 #include "record_text.hpp"
@@ -334,6 +335,9 @@ int run(const Options &o) {
         failed = batch.failed();
     } else {
         Batch batch(tra, o, source);
+        if (in == &std::cin && isatty(STDIN_FILENO))
+            std::cerr
+                << "ryn translate: reading command lines from the terminal (end with Ctrl-D)\n";
         std::string line;
         while (std::getline(*in, line)) {
             if (!line.empty() && line.back() == '\r') line.pop_back();
