@@ -377,23 +377,24 @@ TEST_F(Parse, TokenTableLimits) {
     EXPECT_EQ(parse(huge.c_str()), TRA_ECMDSYNTAX);
 }
 
+// A frame of the parser's trace, its line left out: the origin with code and token, or a pass.
+Frame at(const char *function, int code = 0, const char *detail = "") {
+    return {"traa2r", 0, function, code, "", detail};
+}
+
 TEST_F(Parse, ErrorsNameTheFunctionAndTheToken) {
     struct Row {
         const char *line;
         std::vector<Frame> frames;
     } rows[] = {
-        {"K12.63", {{"traa2r", 0, "_tra_parse_asc_cmd", TRA_ERANGE, "", "63"}}},
-        {"K12.(1/2)",
-         {{"traa2r", 0, "_parse_mask_enum", TRA_ECMDSYNTAX, "", "(1/2"},
-          {"traa2r", 0, "_tra_parse_asc_cmd", 0, "", ""}}},
-        {"SD3", {{"traa2r", 0, "_tra_parse_std_tokens", TRA_ECMDSYNTAX, "", "SD3"}}},
-        {"ZY", {{"traa2r", 0, "_tra_parse_std_tokens", TRA_ECMDSYNTAX, "", "ZY"}}},
-        {"K1=-.5", {{"traa2r", 0, "_tra_parse_asc_cmd", TRA_ECMDSYNTAX, "", "5"}}},
-        {"K1=5=6", {{"traa2r", 0, "_tra_parse_asc_cmd", TRA_ECMDSYNTAX, "", "6"}}},
-        {"A5X",
-         {{"traa2r", 0, "_str2long", TRA_ECMDSYNTAX, "", "5X"},
-          {"traa2r", 0, "_tra_parse_std_tokens", 0, "", ""}}},
-        {"K30=\"AB", {{"traa2r", 0, "_tra_parse_std_tokens", TRA_ECMDSYNTAX, "", "\"AB"}}},
+        {"K12.63", {at("_tra_parse_asc_cmd", TRA_ERANGE, "63")}},
+        {"K12.(1/2)", {at("_parse_mask_enum", TRA_ECMDSYNTAX, "(1/2"), at("_tra_parse_asc_cmd")}},
+        {"SD3", {at("_tra_parse_std_tokens", TRA_ECMDSYNTAX, "SD3")}},
+        {"ZY", {at("_tra_parse_std_tokens", TRA_ECMDSYNTAX, "ZY")}},
+        {"K1=-.5", {at("_tra_parse_asc_cmd", TRA_ECMDSYNTAX, "5")}},
+        {"K1=5=6", {at("_tra_parse_asc_cmd", TRA_ECMDSYNTAX, "6")}},
+        {"A5X", {at("_str2long", TRA_ECMDSYNTAX, "5X"), at("_tra_parse_std_tokens")}},
+        {"K30=\"AB", {at("_tra_parse_std_tokens", TRA_ECMDSYNTAX, "\"AB")}},
     };
     for (const Row &r : rows) {
         EXPECT_NE(parse(r.line), 0) << r.line;
