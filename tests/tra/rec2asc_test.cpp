@@ -497,8 +497,7 @@ TEST_F(DictionaryText, CommentsFromTheDictionary) {
         {"elements", 0, Rec(38, 1).slot(MARKER, 2).elem(V, 1, 1).slot(list_tag(0, 0, 1), 5),
          "V1[1].0=5                               ; set Trajectory vector"},
         {"a command", 0, Rec(32, 124).i32(1),
-         "PWR.0=1                                 ; "
-         "Power stage on or off"},
+         "PWR.0=1                                 ; Power stage on or off"},
         {"a register without a description", 0, Rec(32, 123).dest(31, 9).i32(1), "??9.0=1"},
     };
     for (const Row &r : rows) {
