@@ -19,6 +19,7 @@ using ryn::test::trace;
 constexpr int32_t X = 1, K = 2, M = 3, W = 12, V = 15, KF = 2 | 32, KL = 2 | 64, KD = 2 | 96,
                   TF = 16 | 32;
 constexpr int32_t UNKNOWN_TYPE = -2;
+constexpr int32_t READ = CMD_READ_LIST, ELEM = CMD_ELEMENT_ASSIGN;
 constexpr uint32_t WHOLE = VOK_WHOLE_TYPE;
 
 constexpr uint32_t version(uint32_t major, uint32_t minor_bcd, char letter) {
@@ -52,28 +53,23 @@ Token word(const char *text, uint32_t command) {
     return t;
 }
 
+template <class T>
+Token value(T v, int32_t tag) {
+    Token t = named(std::to_string(v).c_str(), tag);
+    t.set(v);
+    return t;
+}
 Token i32(int32_t v) {
-    Token t = named(std::to_string(v).c_str(), TAG_INT32);
-    t.set(v);
-    return t;
+    return value(v, TAG_INT32);
 }
-
 Token i64(int64_t v) {
-    Token t = named(std::to_string(v).c_str(), TAG_INT64);
-    t.set(v);
-    return t;
+    return value(v, TAG_INT64);
 }
-
 Token f32(float v) {
-    Token t = named(std::to_string(v).c_str(), TAG_FLOAT);
-    t.set(v);
-    return t;
+    return value(v, TAG_FLOAT);
 }
-
 Token f64(double v) {
-    Token t = named(std::to_string(v).c_str(), TAG_DOUBLE);
-    t.set(v);
-    return t;
+    return value(v, TAG_DOUBLE);
 }
 
 // A quoted text value (an address or a packed string chunk); the value does not matter here.
@@ -81,14 +77,42 @@ Token quoted(const char *text) {
     return named(text, TAG_INT32);
 }
 
+// The operands of a row, as a list that the tables can pack onto few lines.
+template <class... T>
+std::vector<Token> ops(const T &...tokens) {
+    return {tokens...};
+}
+
 constexpr float FNAN = std::numeric_limits<float>::quiet_NaN();
 constexpr double DNAN = std::numeric_limits<double>::quiet_NaN();
-
-// ---- Axes: a small bus of every kind of dictionary the checks meet ----
 
 constexpr uint64_t ax(int a) {
     return 1ull << a;
 }
+
+// A translator of the given kind and flags whose axes carry the dictionaries `install` sets.
+struct CheckBase : ::testing::Test {
+    TRA *tra = nullptr;
+
+    virtual uint32_t drive() const = 0;
+    virtual void install() = 0;
+
+    void make(uint32_t kind, uint32_t flags) {
+        release();
+        ASSERT_EQ(_tra_create_base(&tra, drive(), 0, flags, kind), 0);
+        install();
+        sup_trace_clear();
+    }
+    void release() {
+        if (tra == nullptr) return;
+        tra->axis_dicts.fill(nullptr);
+        EXPECT_EQ(tra_destroy(&tra), 0);
+    }
+    void TearDown() override { release(); }
+};
+
+// ---- Axes: a small bus of every kind of dictionary the checks meet ----
+
 constexpr int D32 = 0;       // ORX-D32 3.12B, no card
 constexpr int D32_IO = 1;    // ORX-D32 3.12B with IOX-8 (C100.., K400..)
 constexpr int D34 = 2;       // ORX-D34 3.12B (other current limits)
@@ -98,7 +122,7 @@ constexpr int D32_AGAIN = 5; // the same dictionary as axis 0
 constexpr int EMPTY = 6;     // no dictionary
 constexpr int M51 = 63;      // ORX-M51 2.01A (W registers)
 
-struct Check : ::testing::Test {
+struct Check : CheckBase {
     static inline VOK_DICT *d32 = nullptr, *d32io = nullptr, *d34 = nullptr, *d320 = nullptr,
                            *l25 = nullptr, *m51 = nullptr;
 
@@ -115,11 +139,8 @@ struct Check : ::testing::Test {
             vok_close(d);
     }
 
-    TRA *tra = nullptr;
-
-    void make(uint32_t kind, uint32_t flags) {
-        release();
-        ASSERT_EQ(_tra_create_base(&tra, 32, 0, flags, kind), 0);
+    uint32_t drive() const override { return 32; }
+    void install() override {
         tra->axis_dicts[D32] = d32;
         tra->axis_dicts[D32_IO] = d32io;
         tra->axis_dicts[D34] = d34;
@@ -127,15 +148,8 @@ struct Check : ::testing::Test {
         tra->axis_dicts[L25] = l25;
         tra->axis_dicts[D32_AGAIN] = d32;
         tra->axis_dicts[M51] = m51;
-        sup_trace_clear();
-    }
-    void release() {
-        if (tra == nullptr) return;
-        tra->axis_dicts.fill(nullptr);
-        EXPECT_EQ(tra_destroy(&tra), 0);
     }
     void SetUp() override { make(KIND_DIRECT_OFFLINE, 0); }
-    void TearDown() override { release(); }
 };
 
 ParseContext context(const std::vector<Token> &operands, uint64_t axes, bool bracketed = false) {
@@ -162,33 +176,36 @@ std::vector<std::string> frames(int code) {
 }
 
 using Frames = std::vector<std::string>;
-const Frames NONE{};
 
-// One row of a check's table: the operands (p is where the command's arguments start), the
-// addressed axes, the command number, the result and the functions of the trace.
+// One row of a check's table: the command number, the operands (the command's arguments start
+// after a leading command word), the result, the addressed axes, the translator's flags, whether
+// the line was bracketed and, for a failure, the functions of the trace when they are not the
+// table's usual ones.
 struct Row {
     const char *name;
-    std::vector<Token> operands;
-    int p;
-    uint64_t axes;
     int32_t cmd;
-    int code;
-    Frames trace;
+    std::vector<Token> operands;
+    int code = 0;
+    uint64_t axes = ax(D32);
     uint32_t flags = 0;
-    uint32_t kind = KIND_DIRECT_OFFLINE;
     bool bracketed = false;
+    Frames trace = {};
 };
 
 using CheckFn = int (*)(TRA *, ParseContext *, int, int32_t);
 
-template <class Fixture>
-void run(Fixture &fixture, const std::vector<Row> &rows, CheckFn check) {
+void run(CheckBase &fixture, const std::vector<Row> &rows, CheckFn check, const Frames &fail,
+         uint32_t kind = KIND_DIRECT_OFFLINE) {
     for (const Row &r : rows) {
-        fixture.make(r.kind, r.flags);
+        fixture.make(kind, r.flags);
         ParseContext ctx = context(r.operands, r.axes, r.bracketed);
         const ParseContext before = ctx;
-        EXPECT_EQ(check(fixture.tra, &ctx, r.p, r.cmd), r.code) << r.name;
-        EXPECT_EQ(frames(r.code), r.trace) << r.name;
+        const int p = !r.operands.empty() && r.operands[0].type == TAG_NAME ? 1 : 0;
+        EXPECT_EQ(check(fixture.tra, &ctx, p, r.cmd), r.code) << r.name;
+        EXPECT_EQ(frames(r.code), r.code == 0       ? Frames{}
+                                  : r.trace.empty() ? fail
+                                                    : r.trace)
+            << r.name;
         EXPECT_EQ(std::memcmp(&ctx, &before, sizeof ctx), 0) << r.name << ": context changed";
     }
 }
@@ -196,150 +213,61 @@ void run(Fixture &fixture, const std::vector<Row> &rows, CheckFn check) {
 // ---- _tra_check_types ----
 
 TEST_F(Check, TypesOfOperands) {
-    const Frames fail{"_tra_check_types"};
-    const Token k1 = reg("K1", K, 1), v1 = reg("V1", V, 1), kf1 = reg("KF1", KF, 1);
-    const Token unknown = reg("Z1", UNKNOWN_TYPE, 1);
+    const Token k1 = reg("K1", K, 1), v1 = reg("V1", V, 1), kf1 = reg("KF1", KF, 1),
+                k5 = reg("K5", K, 5), unknown = reg("Z1", UNKNOWN_TYPE, 1);
     const std::vector<Row> rows = {
-        {"+= same class", {k1, i32(5)}, 0, ax(D32), 91, 0, NONE},
-        {"+= float into integer", {k1, f32(1.5f)}, 0, ax(D32), 91, TRA_ETYPECONV, fail},
-        {"/= register of another class", {k1, kf1}, 0, ax(D32), 94, TRA_ETYPECONV, fail},
-        {"-= on a vector", {v1, i32(1)}, 0, ax(D32), 92, TRA_ENOVECTOR, fail},
-        {"*= vector value before the class test", {kf1, v1}, 0, ax(D32), 93, TRA_ENOVECTOR, fail},
-        {"+= unknown type, other class: -509, never -505",
-         {unknown, i32(1)},
-         0,
-         ax(D32),
-         91,
-         TRA_ETYPECONV,
-         fail},
-        {"+= unknown type, same class returns at once",
-         {unknown, f64(1.0)},
-         0,
-         ax(D32),
-         91,
-         0,
-         NONE},
-        {"&= is not class-checked", {k1, f32(1.5f)}, 0, ax(D32), 95, 0, NONE},
-        {"%= is not class-checked", {v1, i32(1)}, 0, ax(D32), 101, 0, NONE},
-        {"= one value of another class converts later", {k1, f64(2.0)}, 0, ax(D32), 123, 0, NONE},
-        {"= list of one class",
-         {reg("K5", K, 5), i32(1), i32(2), i32(3)},
-         0,
-         ax(D32),
-         125,
-         0,
-         NONE},
-        {"= list with a float",
-         {reg("K5", K, 5), i32(1), f32(2.0f)},
-         0,
-         ax(D32),
-         125,
-         TRA_ETYPECONV,
-         fail},
-        {"= list with a vector register",
-         {reg("K5", K, 5), i32(1), v1},
-         0,
-         ax(D32),
-         125,
-         TRA_ENOVECTOR,
-         fail},
-        {"= list, class tested before vector",
-         {reg("K5", K, 5), reg("TF2", TF, 2)},
-         0,
-         ax(D32),
-         125,
-         TRA_ETYPECONV,
-         fail},
-        {"element assignment of values",
-         {v1, i32(1), i32(2)},
-         0,
-         ax(D32),
-         CMD_ELEMENT_ASSIGN,
-         0,
-         NONE},
-        {"element assignment of a register",
-         {v1, i32(1), k1},
-         0,
-         ax(D32),
-         CMD_ELEMENT_ASSIGN,
-         TRA_EREGADDR,
-         fail},
-        {"element assignment of a name",
-         {v1, word("ON", 0)},
-         0,
-         ax(D32),
-         CMD_ELEMENT_ASSIGN,
-         TRA_EREGADDR,
-         fail},
-        {"element assignment to an unknown type",
-         {unknown, i32(1)},
-         0,
-         ax(D32),
-         CMD_ELEMENT_ASSIGN,
-         TRA_EBADTYPE,
-         fail},
-        {"read list", {k1, kf1}, 0, ax(D32), CMD_READ_LIST, 0, NONE},
-        {"read of an unknown type", {unknown}, 0, ax(D32), CMD_READ_LIST, TRA_EBADTYPE, fail},
-        {"vector read of an unknown type",
-         {unknown},
-         0,
-         ax(D32),
-         CMD_VECTOR_READ,
-         TRA_EBADTYPE,
-         fail},
-        {"command arguments are not class-checked",
-         {word("MVE", 160), f32(1), i32(1)},
-         1,
-         ax(D32),
-         160,
-         0,
-         NONE},
-        {"bracketed line", {k1, f32(1.5f)}, 0, ax(D32), 91, 0, NONE, 0, KIND_DIRECT_OFFLINE, true},
+        {"+= same class", 91, ops(k1, i32(5))},
+        {"+= float into integer", 91, ops(k1, f32(1.5f)), TRA_ETYPECONV},
+        {"/= register of another class", 94, ops(k1, kf1), TRA_ETYPECONV},
+        {"+= without a value", 91, ops(k1), TRA_ECMDSYNTAX},
+        {"-= on a vector", 92, ops(v1, i32(1)), TRA_ENOVECTOR},
+        {"*= vector value before the class test", 93, ops(kf1, v1), TRA_ENOVECTOR},
+        {"+= unknown type, other class: -509, never -505", 91, ops(unknown, i32(1)), TRA_ETYPECONV},
+        {"+= unknown type, same class returns at once", 91, ops(unknown, f64(1.0))},
+        {"&= is not class-checked", 95, ops(k1, f32(1.5f))},
+        {"%= is not class-checked", 101, ops(v1, i32(1))},
+        {"= one value of another class converts later", 123, ops(k1, f64(2.0))},
+        {"= list of one class", 125, ops(k5, i32(1), i32(2), i32(3))},
+        {"= list with a float", 125, ops(k5, i32(1), f32(2.0f)), TRA_ETYPECONV},
+        {"= list with a vector register", 125, ops(k5, i32(1), v1), TRA_ENOVECTOR},
+        {"= list, class tested before vector", 125, ops(k5, reg("TF2", TF, 2)), TRA_ETYPECONV},
+        {"element assignment of values", ELEM, ops(v1, i32(1), i32(2))},
+        {"element assignment of a register", ELEM, ops(v1, i32(1), k1), TRA_EREGADDR},
+        {"element assignment to an unknown type", ELEM, ops(unknown, i32(1)), TRA_EBADTYPE},
+        {"read list", READ, ops(k1, kf1)},
+        {"read of an unknown type", READ, ops(unknown), TRA_EBADTYPE},
+        {"vector read of an unknown type", CMD_VECTOR_READ, ops(unknown), TRA_EBADTYPE},
+        {"command arguments are not class-checked", 160, ops(word("MVE", 160), f32(1), i32(1))},
+        {"bracketed line", 91, ops(k1, f32(1.5f)), 0, ax(D32), 0, true},
     };
-    run(*this, rows, _tra_check_types);
+    run(*this, rows, _tra_check_types, {"_tra_check_types"});
 }
 
 // ---- _tra_check_ip ----
 
 TEST_F(Check, AddressValues) {
-    const Frames fail{"_tra_check_ip"};
-    const Token ip = reg("K31", K, 31), k1 = reg("K1", K, 1);
+    const Token ip = reg("K31", K, 31), address = quoted("\"1.2\"");
+    const uint64_t mixed = ax(EMPTY) | ax(D32_IO) | ax(M51);
     const std::vector<Row> rows = {
-        {"address", {ip, quoted("\"1.2.3.4\"")}, 0, ax(D32), 123, 0, NONE},
-        {"groups are not range-checked", {ip, quoted("\"999.1.2.3\"")}, 0, ax(D32), 123, 0, NONE},
-        {"empty groups pass", {ip, quoted("\"...\"")}, 0, ax(D32), 123, 0, NONE},
-        {"three groups", {ip, quoted("\"1.2.3\"")}, 0, ax(D32), 123, TRA_ECMDSYNTAX, fail},
-        {"five groups", {ip, quoted("\"1.2.3.4.5\"")}, 0, ax(D32), 123, TRA_ECMDSYNTAX, fail},
-        {"a letter last", {ip, quoted("\"1.2.3.A\"")}, 0, ax(D32), 123, TRA_ECMDSYNTAX, fail},
-        {"a letter first", {ip, quoted("\"A1.2.3.4\"")}, 0, ax(D32), 123, TRA_ECMDSYNTAX, fail},
-        {"empty quotes", {ip, quoted("\"\"")}, 0, ax(D32), 123, TRA_ECMDSYNTAX, fail},
-        {"several values", {ip, quoted("\"1.2\""), i32(3)}, 0, ax(D32), 125, TRA_ECMDSYNTAX, fail},
-        {"without quotes not checked", {ip, quoted("1.2.3")}, 0, ax(D32), 123, 0, NONE},
-        {"subindex written", {reg("K31", K, 31, 0), quoted("\"1.2\"")}, 0, ax(D32), 123, 0, NONE},
-        {"not an address register", {k1, quoted("\"1.2\"")}, 0, ax(D32), 123, 0, NONE},
-        {"compound assignment", {ip, quoted("\"1.2\"")}, 0, ax(D32), 91, 0, NONE},
-        {"no value", {ip}, 0, ax(D32), 123, 0, NONE},
-        {"one address axis among others",
-         {ip, quoted("\"1.2\"")},
-         0,
-         ax(EMPTY) | ax(D32_IO) | ax(M51),
-         123,
-         TRA_ECMDSYNTAX,
-         fail},
-        {"no addressed axis", {ip, quoted("\"1.2\"")}, 0, 0, 123, 0, NONE},
-        {"axis without dictionary", {ip, quoted("\"1.2\"")}, 0, ax(EMPTY), 123, 0, NONE},
-        {"bracketed line",
-         {ip, quoted("\"1.2\"")},
-         0,
-         ax(D32),
-         123,
-         0,
-         NONE,
-         0,
-         KIND_DIRECT_OFFLINE,
-         true},
+        {"address", 123, ops(ip, quoted("\"1.2.3.4\""))},
+        {"groups are not range-checked", 123, ops(ip, quoted("\"999.1.2.3\""))},
+        {"empty groups pass", 123, ops(ip, quoted("\"...\""))},
+        {"three groups", 123, ops(ip, quoted("\"1.2.3\"")), TRA_ECMDSYNTAX},
+        {"five groups", 123, ops(ip, quoted("\"1.2.3.4.5\"")), TRA_ECMDSYNTAX},
+        {"a letter", 123, ops(ip, quoted("\"1.2.3.A\"")), TRA_ECMDSYNTAX},
+        {"empty quotes", 123, ops(ip, quoted("\"\"")), TRA_ECMDSYNTAX},
+        {"several values", 125, ops(ip, address, i32(3)), TRA_ECMDSYNTAX},
+        {"without quotes not checked", 123, ops(ip, quoted("1.2.3"))},
+        {"subindex written", 123, ops(reg("K31", K, 31, 0), address)},
+        {"not an address register", 123, ops(reg("K1", K, 1), address)},
+        {"compound assignment", 91, ops(ip, address)},
+        {"no value", 123, ops(ip)},
+        {"one address axis among others", 123, ops(ip, address), TRA_ECMDSYNTAX, mixed},
+        {"no addressed axis", 123, ops(ip, address), 0, 0},
+        {"axis without dictionary", 123, ops(ip, address), 0, ax(EMPTY)},
+        {"bracketed line", 123, ops(ip, address), 0, ax(D32), 0, true},
     };
-    run(*this, rows, _tra_check_ip);
+    run(*this, rows, _tra_check_ip, {"_tra_check_ip"});
 }
 
 // ---- _tra_expand_string_register ----
@@ -354,30 +282,25 @@ TEST_F(Check, StringRegistersSpanTheirElements) {
         int count; // operands afterwards
     };
     const Token name = reg("K30", K, 30), category = reg("M85", M, 85);
-    std::vector<Token> filler(60, reg("X0", X, 0));
-    std::vector<Token> late = filler;
+    // K30 given a first chunk and then the given number of further values.
+    auto chunks = [&](std::size_t values) {
+        std::vector<Token> operands{name, quoted("\"A")};
+        operands.insert(operands.end(), values, i32(0));
+        return operands;
+    };
+    std::vector<Token> late(60, reg("X0", X, 0));
     late.push_back(name);
     const std::vector<ExpandRow> rows = {
-        {"read of the first element", {name}, 0, ax(D32), CMD_READ_LIST, 8},
-        {"read of a four-element string", {category}, 0, ax(D32), CMD_READ_LIST, 4},
-        {"read never beyond the table", late, 60, ax(D32), CMD_READ_LIST, MAX_OPERANDS},
-        {"read of an element", {reg("K30", K, 30, 0)}, 0, ax(D32), CMD_READ_LIST, 1},
-        {"read of a number register", {reg("K5", K, 5)}, 0, ax(D32), CMD_READ_LIST, 1},
-        {"read on an axis without dictionary", {name}, 0, ax(EMPTY), CMD_READ_LIST, 1},
+        {"read of the first element", {name}, 0, ax(D32), READ, 8},
+        {"read of a four-element string", {category}, 0, ax(D32), READ, 4},
+        {"read never beyond the table", late, 60, ax(D32), READ, MAX_OPERANDS},
+        {"read of an element", {reg("K30", K, 30, 0)}, 0, ax(D32), READ, 1},
+        {"read of a number register", {reg("K5", K, 5)}, 0, ax(D32), READ, 1},
+        {"read on an axis without dictionary", {name}, 0, ax(EMPTY), READ, 1},
         {"short string padded", {name, quoted("\"ABCD"), quoted("EFG\"")}, 0, ax(D32), 125, 9},
         {"one chunk padded", {name, quoted("\"AB\"")}, 0, ax(D32), 123, 9},
-        {"full string kept",
-         {name, quoted("\"A"), i32(0), i32(0), i32(0), i32(0), i32(0), i32(0), i32(0)},
-         0,
-         ax(D32),
-         125,
-         9},
-        {"one element short",
-         {name, quoted("\"A"), i32(0), i32(0), i32(0), i32(0), i32(0), i32(0)},
-         0,
-         ax(D32),
-         125,
-         9},
+        {"full string kept", chunks(7), 0, ax(D32), 125, 9},
+        {"one element short", chunks(6), 0, ax(D32), 125, 9},
         {"value not quoted", {name, i32(1)}, 0, ax(D32), 123, 2},
         {"compound assignment", {name, quoted("\"AB\"")}, 0, ax(D32), 91, 2},
         {"element written", {reg("K30", K, 30, 2), quoted("\"AB\"")}, 0, ax(D32), 123, 2},
@@ -406,404 +329,140 @@ TEST_F(Check, StringRegistersSpanTheirElements) {
 // ---- _tra_check_everything ----
 
 TEST_F(Check, CommandsAndRegistersAreKnown) {
-    const Frames fail{"_tra_check_everything"};
-    const Token k1 = reg("K1", K, 1);
+    const Token k1 = reg("K1", K, 1), k13 = reg("K13", K, 13), k400 = reg("K400", K, 400),
+                w10 = reg("W10", W, 10), tun = word("TUN", 512), clx = word("CLX", 17),
+                none = word("??", 9999);
+    const uint64_t two = ax(D32) | ax(D34);
     const std::vector<Row> rows = {
-        {"command known", {word("CLX", 17)}, 1, ax(D32), 17, 0, NONE},
-        {"list assignment on a dictionary that always knows it",
-         {reg("K5", K, 5), i32(1), i32(2)},
-         0,
-         ax(L25),
-         125,
-         0,
-         NONE},
-        {"command unknown", {word("??", 9999)}, 1, ax(D32), 9999, TRA_EUNKNOWN, fail},
-        {"command of a later version only",
-         {word("TUN", 512), f32(1)},
-         1,
-         ax(D32),
-         512,
-         TRA_EUNKNOWN,
-         fail},
-        {"one axis knowing the command is enough",
-         {word("TUN", 512), f32(1)},
-         1,
-         ax(D32) | ax(D32_320),
-         512,
-         0,
-         NONE},
-        {"no addressed axis", {word("CLX", 17)}, 1, 0, 17, TRA_EUNKNOWN, fail},
-        {"only axes without dictionary", {word("CLX", 17)}, 1, ax(EMPTY), 17, TRA_EUNKNOWN, fail},
-        {"read of one axis", {k1}, 0, ax(D32_IO), CMD_READ_LIST, 0, NONE},
-        {"read of two axes", {k1}, 0, ax(D32) | ax(D34), CMD_READ_LIST, TRA_ECMDSYNTAX, fail},
-        {"vector read of two axes",
-         {reg("V1", V, 1)},
-         0,
-         ax(D32) | ax(D34),
-         CMD_VECTOR_READ,
-         TRA_ECMDSYNTAX,
-         fail},
-        {"no check: unknown command passes",
-         {word("??", 9999)},
-         1,
-         ax(D32),
-         9999,
-         0,
-         NONE,
-         TRA_FNO_CHECK},
-        {"no check: read of two axes still refused",
-         {k1},
-         0,
-         ax(D32) | ax(D34),
-         CMD_READ_LIST,
-         TRA_ECMDSYNTAX,
-         fail,
-         TRA_FNO_CHECK},
-        {"register missing", {reg("K13", K, 13), i32(1)}, 0, ax(D32), 123, TRA_EUNKNOWN, fail},
-        {"register missing in a read",
-         {k1, reg("K13", K, 13)},
-         0,
-         ax(D32),
-         CMD_READ_LIST,
-         TRA_EUNKNOWN,
-         fail},
-        {"element missing", {reg("K5", K, 5, 3), i32(1)}, 0, ax(D32), 123, TRA_EUNKNOWN, fail},
-        {"card register without the card",
-         {reg("K400", K, 400), i32(1)},
-         0,
-         ax(D32),
-         123,
-         TRA_EUNKNOWN,
-         fail},
-        {"card register on one of two axes",
-         {reg("K400", K, 400), i32(1)},
-         0,
-         ax(D32) | ax(D32_IO),
-         123,
-         0,
-         NONE},
-        {"register value missing", {k1, reg("K13", K, 13)}, 0, ax(D32), 91, TRA_EUNKNOWN, fail},
-        {"register as command argument", {word("SAV", 48), k1}, 1, ax(D32), 48, 0, NONE},
-        {"register beyond the command's parameters",
-         {word("CLX", 17), k1},
-         1,
-         ax(D32),
-         17,
-         TRA_ETOOMANYPARAMS,
-         fail},
-        {"whole type is not looked up", {reg("KY", K, WHOLE), i32(0)}, 0, ax(D32), 123, 0, NONE},
-        {"controller register on the controller",
-         {reg("W10", W, 10), i32(5)},
-         0,
-         ax(M51),
-         123,
-         0,
-         NONE},
-        {"controller register on a drive",
-         {reg("W10", W, 10), i32(5)},
-         0,
-         ax(D32),
-         123,
-         TRA_EUNKNOWN,
-         fail},
-        {"no check: missing register passes",
-         {reg("K13", K, 13), i32(1)},
-         0,
-         ax(D32),
-         123,
-         0,
-         NONE,
-         TRA_FNO_CHECK},
-        {"bracketed: nothing is checked",
-         {word("??", 9999), reg("K13", K, 13)},
-         1,
-         ax(D32) | ax(D34),
-         9999,
-         0,
-         NONE,
-         0,
-         KIND_DIRECT_OFFLINE,
-         true},
+        {"command known", 17, ops(clx)},
+        {"list assignment on a class 3 dictionary", 125, ops(reg("K5", K, 5), i32(1), i32(2)), 0,
+         ax(L25)},
+        {"command unknown", 9999, ops(none), TRA_EUNKNOWN},
+        {"command of a later version only", 512, ops(tun, f32(1)), TRA_EUNKNOWN},
+        {"one axis knowing the command is enough", 512, ops(tun, f32(1)), 0, ax(D32) | ax(D32_320)},
+        {"no addressed axis", 17, ops(clx), TRA_EUNKNOWN, 0},
+        {"only axes without dictionary", 17, ops(clx), TRA_EUNKNOWN, ax(EMPTY)},
+        {"read of one axis", READ, ops(k1), 0, ax(D32_IO)},
+        {"read of two axes", READ, ops(k1), TRA_ECMDSYNTAX, two},
+        {"vector read of two axes", CMD_VECTOR_READ, ops(reg("V1", V, 1)), TRA_ECMDSYNTAX, two},
+        {"no check: unknown command passes", 9999, ops(none), 0, ax(D32), TRA_FNO_CHECK},
+        {"no check: two-axis read refused", READ, ops(k1), TRA_ECMDSYNTAX, two, TRA_FNO_CHECK},
+        {"register missing", 123, ops(k13, i32(1)), TRA_EUNKNOWN},
+        {"register missing in a read", READ, ops(k1, k13), TRA_EUNKNOWN},
+        {"element missing", 123, ops(reg("K5", K, 5, 3), i32(1)), TRA_EUNKNOWN},
+        {"card register without the card", 123, ops(k400, i32(1)), TRA_EUNKNOWN},
+        {"card register on one of two axes", 123, ops(k400, i32(1)), 0, ax(D32) | ax(D32_IO)},
+        {"register value missing", 91, ops(k1, k13), TRA_EUNKNOWN},
+        {"register as command argument", 48, ops(word("SAV", 48), k1)},
+        {"register beyond the command's parameters", 17, ops(clx, k1), TRA_ETOOMANYPARAMS},
+        {"whole type is not looked up", 123, ops(reg("KY", K, WHOLE), i32(0))},
+        {"controller register on the controller", 123, ops(w10, i32(5)), 0, ax(M51)},
+        {"controller register on a drive", 123, ops(w10, i32(5)), TRA_EUNKNOWN},
+        {"no check: missing register passes", 123, ops(k13, i32(1)), 0, ax(D32), TRA_FNO_CHECK},
+        {"bracketed: nothing is checked", 9999, ops(none, k13), 0, two, 0, true},
     };
-    run(*this, rows, _tra_check_everything);
+    run(*this, rows, _tra_check_everything, {"_tra_check_everything"});
 }
 
 TEST_F(Check, RegisterTranslatorOnlyAssignsValues) {
-    const Frames fail{"_tra_check_everything"};
-    const Token k1 = reg("K1", K, 1);
-    std::vector<Row> rows;
+    const Token k1 = reg("K1", K, 1), none = word("??", 9999);
+    const std::vector<Row> rows = {
+        {"assignment of a value", 123, ops(k1, i32(5))},
+        {"assignment of a list", 125, ops(reg("K5", K, 5), i32(1), i32(2))},
+        {"read", READ, ops(k1)},
+        {"drive command", 48, ops(word("SAV", 48), i32(0)), TRA_ENOTALLOWED},
+        {"compound assignment", 91, ops(k1, i32(1)), TRA_ENOTALLOWED},
+        {"assignment of a register", 123, ops(k1, reg("K2", K, 2)), TRA_ENOTALLOWED},
+        {"vector read", CMD_VECTOR_READ, ops(reg("V1", V, 1)), TRA_ENOTALLOWED},
+        {"no check: command still refused", 9999, ops(none), TRA_ENOTALLOWED, ax(D32),
+         TRA_FNO_CHECK},
+        {"unknown command is -540 first", 9999, ops(none), TRA_EUNKNOWN},
+    };
     for (uint32_t kind : {KIND_REGISTER_OFFLINE, KIND_REGISTER_BUS}) {
-        const std::vector<Row> some = {
-            {"assignment of a value", {k1, i32(5)}, 0, ax(D32), 123, 0, NONE, 0, kind},
-            {"assignment of a list",
-             {reg("K5", K, 5), i32(1), i32(2)},
-             0,
-             ax(D32),
-             125,
-             0,
-             NONE,
-             0,
-             kind},
-            {"read", {k1}, 0, ax(D32), CMD_READ_LIST, 0, NONE, 0, kind},
-            {"drive command",
-             {word("SAV", 48), i32(0)},
-             1,
-             ax(D32),
-             48,
-             TRA_ENOTALLOWED,
-             fail,
-             0,
-             kind},
-            {"compound assignment", {k1, i32(1)}, 0, ax(D32), 91, TRA_ENOTALLOWED, fail, 0, kind},
-            {"assignment of a register",
-             {k1, reg("K2", K, 2)},
-             0,
-             ax(D32),
-             123,
-             TRA_ENOTALLOWED,
-             fail,
-             0,
-             kind},
-            {"vector read",
-             {reg("V1", V, 1)},
-             0,
-             ax(D32),
-             CMD_VECTOR_READ,
-             TRA_ENOTALLOWED,
-             fail,
-             0,
-             kind},
-            {"no check: drive command still refused",
-             {word("??", 9999)},
-             1,
-             ax(D32),
-             9999,
-             TRA_ENOTALLOWED,
-             fail,
-             TRA_FNO_CHECK,
-             kind},
-            {"unknown command is -540 first",
-             {word("??", 9999)},
-             1,
-             ax(D32),
-             9999,
-             TRA_EUNKNOWN,
-             fail,
-             0,
-             kind},
-        };
-        rows.insert(rows.end(), some.begin(), some.end());
+        SCOPED_TRACE(kind);
+        run(*this, rows, _tra_check_everything, {"_tra_check_everything"}, kind);
     }
-    run(*this, rows, _tra_check_everything);
 }
 
 TEST_F(Check, ValuesInRangeAndEnumeration) {
-    const Frames fail{"_tra_check_everything"};
     const Frames reg_enum{"_tra_check_reg_enum", "_tra_check_everything"};
-    const Frames reg_enum_group{"_tra_check_reg_enum", "_tra_check_reg_enum",
-                                "_tra_check_everything"};
     const Frames cmd_enum{"_tra_check_cmd_enum", "_tra_check_everything"};
+    const Frames group{"_tra_check_reg_enum", "_tra_check_reg_enum", "_tra_check_everything"};
     const Token k1 = reg("K1", K, 1), k5 = reg("K5", K, 5), k12 = reg("K12", K, 12),
-                k20 = reg("K20", K, 20);
-    const Token sav = word("SAV", 48), pwr = word("PWR", 124), ind = word("IND", 300),
-                dbg = word("DBG", 14340), mve = word("MVE", 160);
+                k20 = reg("K20", K, 20), k70 = reg("K70", K, 70), kf1 = reg("KF1", KF, 1);
+    const Token sav = word("SAV", 48), ind = word("IND", 300), dbg = word("DBG", 14340);
+    const uint64_t two = ax(D32) | ax(D34);
     const std::vector<Row> rows = {
-        {"upper bound", {k1, i32(1000000)}, 0, ax(D32), 123, 0, NONE},
-        {"above the maximum", {k1, i32(1000001)}, 0, ax(D32), 123, TRA_ERANGE, fail},
-        {"below the minimum", {k1, i32(-1)}, 0, ax(D32), 123, TRA_ERANGE, fail},
-        {"no range", {reg("K40", K, 40), i32(-2000000000)}, 0, ax(D32), 123, 0, NONE},
-        {"float in range", {reg("KF1", KF, 1), f32(50000.0f)}, 0, ax(D32), 123, 0, NONE},
-        {"float above", {reg("KF1", KF, 1), f32(50000.5f)}, 0, ax(D32), 123, TRA_ERANGE, fail},
-        {"float below", {reg("KF1", KF, 1), f32(-0.5f)}, 0, ax(D32), 123, TRA_ERANGE, fail},
-        {"float NaN passes", {reg("KF1", KF, 1), f32(FNAN)}, 0, ax(D32), 123, 0, NONE},
-        {"double above", {reg("KD1", KD, 1), f64(2e9)}, 0, ax(D32), 123, TRA_ERANGE, fail},
-        {"double NaN passes", {reg("KD1", KD, 1), f64(DNAN)}, 0, ax(D32), 123, 0, NONE},
-        {"64-bit at the minimum",
-         {reg("KL1", KL, 1), i64(-1000000000000)},
-         0,
-         ax(D32),
-         123,
-         0,
-         NONE},
-        {"64-bit above",
-         {reg("KL1", KL, 1), i64(1000000000001)},
-         0,
-         ax(D32),
-         123,
-         TRA_ERANGE,
-         fail},
-        {"range of one of two drives is enough",
-         {reg("K70", K, 70), i32(35000)},
-         0,
-         ax(D32) | ax(D34),
-         123,
-         0,
-         NONE},
-        {"range of none of them",
-         {reg("K70", K, 70), i32(45000)},
-         0,
-         ax(D32) | ax(D34),
-         123,
-         TRA_ERANGE,
-         fail},
-        {"list within", {k5, i32(-1000), i32(0), i32(1000)}, 0, ax(D32), 125, 0, NONE},
-        {"list, third element above",
-         {k5, i32(1), i32(2), i32(1001)},
-         0,
-         ax(D32),
-         125,
-         TRA_ERANGE,
-         fail},
-        {"list from a written element",
-         {reg("K5", K, 5, 1), i32(1), i32(-1001)},
-         0,
-         ax(D32),
-         125,
-         TRA_ERANGE,
-         fail},
-        {"enumeration entry", {k12, i32(3)}, 0, ax(D32), 123, 0, NONE},
-        {"not an enumeration entry", {k12, i32(4)}, 0, ax(D32), 123, TRA_EBADENUM, reg_enum},
-        {"bit groups", {k20, i32(0x23)}, 0, ax(D32), 123, 0, NONE},
-        {"bit group value not listed",
-         {k20, i32(0x05)},
-         0,
-         ax(D32),
-         123,
-         TRA_EBADENUM,
-         reg_enum_group},
-        {"second bit group value not listed",
-         {k20, i32(0x30)},
-         0,
-         ax(D32),
-         123,
-         TRA_EBADENUM,
-         reg_enum_group},
-        {"bits outside every group", {k20, i32(0x100)}, 0, ax(D32), 123, TRA_EBADENUM, reg_enum},
-        {"parameter enumeration", {sav, i32(3)}, 1, ax(D32), 48, 0, NONE},
-        {"parameter not in enumeration", {sav, i32(4)}, 1, ax(D32), 48, TRA_EBADENUM, cmd_enum},
-        {"on/off", {pwr, i32(2)}, 1, ax(D32), 124, TRA_EBADENUM, cmd_enum},
-        {"parameter upper bound", {ind, i32(35)}, 1, ax(D32), 300, 0, NONE},
-        {"parameter above", {ind, i32(36)}, 1, ax(D32), 300, TRA_ERANGE, fail},
-        {"second parameter without range", {dbg, i32(5), i32(-1)}, 1, ax(D32), 14340, 0, NONE},
-        {"first parameter above", {dbg, i32(6), i32(0)}, 1, ax(D32), 14340, TRA_ERANGE, fail},
-        {"one parameter too many",
-         {dbg, i32(1), i32(2), i32(3)},
-         1,
-         ax(D32),
-         14340,
-         TRA_ETOOMANYPARAMS,
-         fail},
-        {"parameter for a command without any",
-         {word("CLX", 17), i32(1)},
-         1,
-         ax(D32),
-         17,
-         TRA_ETOOMANYPARAMS,
-         fail},
-        {"mixed parameter kinds",
-         {mve, i64(5000000000), f32(FNAN), f64(1.0)},
-         1,
-         ax(D32),
-         160,
-         0,
-         NONE},
-        {"controller register range",
-         {reg("W10", W, 10), i32(0)},
-         0,
-         ax(M51),
-         123,
-         TRA_ERANGE,
-         fail},
-        {"value read in the register's view",
-         {reg("KF1", KF, 1), i32(1)},
-         0,
-         ax(D32),
-         123,
-         0,
-         NONE},
-        {"no check: out of range passes", {k1, i32(-1)}, 0, ax(D32), 123, 0, NONE, TRA_FNO_CHECK},
-        {"bracketed: out of range passes",
-         {k1, i32(-1)},
-         0,
-         ax(D32),
-         123,
-         0,
-         NONE,
-         0,
-         KIND_DIRECT_OFFLINE,
-         true},
+        {"upper bound", 123, ops(k1, i32(1000000))},
+        {"above the maximum", 123, ops(k1, i32(1000001)), TRA_ERANGE},
+        {"below the minimum", 123, ops(k1, i32(-1)), TRA_ERANGE},
+        {"no range", 123, ops(reg("K40", K, 40), i32(-2000000000))},
+        {"float in range", 123, ops(kf1, f32(50000.0f))},
+        {"float above", 123, ops(kf1, f32(50000.5f)), TRA_ERANGE},
+        {"float NaN passes", 123, ops(kf1, f32(FNAN))},
+        {"double above", 123, ops(reg("KD1", KD, 1), f64(2e9)), TRA_ERANGE},
+        {"double NaN passes", 123, ops(reg("KD1", KD, 1), f64(DNAN))},
+        {"64-bit at the minimum", 123, ops(reg("KL1", KL, 1), i64(-1000000000000))},
+        {"64-bit above", 123, ops(reg("KL1", KL, 1), i64(1000000000001)), TRA_ERANGE},
+        {"range of one of two drives is enough", 123, ops(k70, i32(35000)), 0, two},
+        {"range of none of them", 123, ops(k70, i32(45000)), TRA_ERANGE, two},
+        {"list within", 125, ops(k5, i32(-1000), i32(0), i32(1000))},
+        {"list, third element above", 125, ops(k5, i32(1), i32(2), i32(1001)), TRA_ERANGE},
+        {"list from a written element", 125, ops(reg("K5", K, 5, 1), i32(1), i32(-1001)),
+         TRA_ERANGE},
+        {"enumeration entry", 123, ops(k12, i32(3))},
+        {"not an enumeration entry", 123, ops(k12, i32(4)), TRA_EBADENUM, ax(D32), 0, false,
+         reg_enum},
+        {"bit groups", 123, ops(k20, i32(0x23))},
+        {"bit group value not listed", 123, ops(k20, i32(0x05)), TRA_EBADENUM, ax(D32), 0, false,
+         group},
+        {"bits outside every group", 123, ops(k20, i32(0x100)), TRA_EBADENUM, ax(D32), 0, false,
+         reg_enum},
+        {"parameter enumeration", 48, ops(sav, i32(3))},
+        {"parameter not in enumeration", 48, ops(sav, i32(4)), TRA_EBADENUM, ax(D32), 0, false,
+         cmd_enum},
+        {"on/off", 124, ops(word("PWR", 124), i32(2)), TRA_EBADENUM, ax(D32), 0, false, cmd_enum},
+        {"parameter upper bound", 300, ops(ind, i32(35))},
+        {"parameter above", 300, ops(ind, i32(36)), TRA_ERANGE},
+        {"second parameter without range", 14340, ops(dbg, i32(5), i32(-1))},
+        {"first parameter above", 14340, ops(dbg, i32(6), i32(0)), TRA_ERANGE},
+        {"one parameter too many", 14340, ops(dbg, i32(1), i32(2), i32(3)), TRA_ETOOMANYPARAMS},
+        {"parameter for a command without any", 17, ops(word("CLX", 17), i32(1)),
+         TRA_ETOOMANYPARAMS},
+        {"mixed parameter kinds", 160, ops(word("MVE", 160), i64(5000000000), f32(FNAN), f64(1.0))},
+        {"controller register range", 123, ops(reg("W10", W, 10), i32(0)), TRA_ERANGE, ax(M51)},
+        {"value read in the register's view", 123, ops(kf1, i32(1))},
+        {"no check: out of range passes", 123, ops(k1, i32(-1)), 0, ax(D32), TRA_FNO_CHECK},
+        {"bracketed: out of range passes", 123, ops(k1, i32(-1)), 0, ax(D32), 0, true},
     };
-    run(*this, rows, _tra_check_everything);
+    run(*this, rows, _tra_check_everything, {"_tra_check_everything"});
 }
 
 TEST_F(Check, ReadOnlyRegisters) {
-    const Frames fail{"_tra_check_everything"};
     const Token k50 = reg("K50", K, 50);
     const std::vector<Row> rows = {
-        {"read-only register", {k50, i32(1)}, 0, ax(D32), 123, TRA_EREADONLY, fail},
-        {"compound assignment to it", {k50, i32(1)}, 0, ax(D32), 91, TRA_EREADONLY, fail},
-        {"shift of it", {k50, i32(1)}, 0, ax(D32), 173, TRA_EREADONLY, fail},
-        {"monitoring register", {reg("M7", M, 7), i32(1)}, 0, ax(D32), 123, TRA_EREADONLY, fail},
-        {"read of it", {k50}, 0, ax(D32), CMD_READ_LIST, 0, NONE},
-        {"writable element", {reg("K60", K, 60, 1), i32(1)}, 0, ax(D32), 123, 0, NONE},
-        {"read-only element", {reg("K60", K, 60, 2), i32(1)}, 0, ax(D32), 123, TRA_EREADONLY, fail},
-        {"list running into read-only elements",
-         {reg("K60", K, 60, 1), i32(1), i32(2)},
-         0,
-         ax(D32),
-         125,
-         TRA_EREADONLY,
-         fail},
-        {"whole writable type", {reg("KY", K, WHOLE), i32(0)}, 0, ax(D32), 123, 0, NONE},
-        {"whole read-only type",
-         {reg("MY", M, WHOLE), i32(0)},
-         0,
-         ax(D32),
-         123,
-         TRA_EREADONLY,
-         fail},
-        {"no check", {k50, i32(1)}, 0, ax(D32), 123, 0, NONE, TRA_FNO_CHECK},
-        {"bracketed", {k50, i32(1)}, 0, ax(D32), 123, 0, NONE, 0, KIND_DIRECT_OFFLINE, true},
+        {"read-only register", 123, ops(k50, i32(1)), TRA_EREADONLY},
+        {"compound assignment to it", 91, ops(k50, i32(1)), TRA_EREADONLY},
+        {"shift of it", 173, ops(k50, i32(1)), TRA_EREADONLY},
+        {"monitoring register", 123, ops(reg("M7", M, 7), i32(1)), TRA_EREADONLY},
+        {"read of it", READ, ops(k50)},
+        {"writable element", 123, ops(reg("K60", K, 60, 1), i32(1))},
+        {"read-only element", 123, ops(reg("K60", K, 60, 2), i32(1)), TRA_EREADONLY},
+        {"list into read-only elements", 125, ops(reg("K60", K, 60, 1), i32(1), i32(2)),
+         TRA_EREADONLY},
+        {"whole writable type", 123, ops(reg("KY", K, WHOLE), i32(0))},
+        {"whole read-only type", 123, ops(reg("MY", M, WHOLE), i32(0)), TRA_EREADONLY},
+        {"no check", 123, ops(k50, i32(1)), 0, ax(D32), TRA_FNO_CHECK},
+        {"bracketed", 123, ops(k50, i32(1)), 0, ax(D32), 0, true},
     };
-    run(*this, rows, _tra_check_everything);
+    run(*this, rows, _tra_check_everything, {"_tra_check_everything"});
 }
 
-// ---- Enumeration checkers called directly ----
-
-TEST_F(Check, EnumerationCheckersWalkTheTree) {
+// Called directly with entry counts a dictionary never gives; the tree walks above come through
+// _tra_check_everything.
+TEST_F(Check, EnumerationCheckerWithoutEntries) {
     const int mode = vok_get_reg_enum(d32, K, 12, 0);
-    const int io = vok_get_reg_enum(d32, K, 20, 0);
-    const int save = vok_get_param_enum(d32, 48, 0);
     ASSERT_NE(mode, 0);
-    ASSERT_NE(io, 0);
-    ASSERT_NE(save, 0);
-    struct EnumRow {
-        const char *name;
-        int enumeration;
-        int32_t value;
-        int parent;
-        bool command;
-        uint32_t index;
-        int code;
-    };
-    const EnumRow rows[] = {
-        {"value entry", mode, 2, -1, false, 12, 0},
-        {"no entry", mode, 7, -1, false, 12, TRA_EBADENUM},
-        {"groups combined", io, 0x21, -1, false, 20, 0},
-        {"rest outside the groups", io, 0x121, -1, false, 20, TRA_EBADENUM},
-        {"command parameter", save, 1, -1, true, 0, 0},
-        {"command parameter not listed", save, -1, -1, true, 0, TRA_EBADENUM},
-    };
-    for (const EnumRow &r : rows) {
-        unsigned char value[8] = {};
-        std::memcpy(value, &r.value, 4);
-        const int count = vok_get_enum_count(d32, r.enumeration);
-        const int rc =
-            r.command
-                ? _tra_check_cmd_enum(d32, value, r.enumeration, count, r.parent, 48, 0)
-                : _tra_check_reg_enum(d32, value, r.enumeration, count, r.parent, K, r.index, 0);
-        EXPECT_EQ(rc, r.code) << r.name;
-    }
     // Without entries only zero is a member; a negative entry count means none.
     const unsigned char zero[8] = {}, five[8] = {5};
     EXPECT_EQ(_tra_check_reg_enum(d32, zero, mode, -1, -1, K, 12, 0), 0);
@@ -812,7 +471,8 @@ TEST_F(Check, EnumerationCheckersWalkTheTree) {
 
 // ---- Enumerations of every value class, on a family made for them ----
 
-struct CheckFamily : ::testing::Test {
+// Axes 0 and 2 have the first drive, axis 1 the second.
+struct CheckFamily : CheckBase {
     static inline VOK_DICT *a = nullptr, *b = nullptr;
 
     static void SetUpTestSuite() {
@@ -826,91 +486,54 @@ struct CheckFamily : ::testing::Test {
         EXPECT_EQ(vok_load_default_family(), 0);
     }
 
-    TRA *tra = nullptr;
-
-    // Axes 0 and 2 have the first drive, axis 1 the second.
-    void make(uint32_t kind, uint32_t flags) {
-        release();
-        ASSERT_EQ(_tra_create_base(&tra, 1, 0, flags, kind), 0);
+    uint32_t drive() const override { return 1; }
+    void install() override {
         tra->axis_dicts[0] = a;
         tra->axis_dicts[1] = b;
         tra->axis_dicts[2] = a;
-        sup_trace_clear();
     }
-    void release() {
-        if (tra == nullptr) return;
-        tra->axis_dicts.fill(nullptr);
-        EXPECT_EQ(tra_destroy(&tra), 0);
-    }
-    void TearDown() override { release(); }
 };
 
 TEST_F(CheckFamily, EnumerationsOfEveryValueClass) {
-    const Frames top{"_tra_check_reg_enum", "_tra_check_everything"};
     const Frames group{"_tra_check_reg_enum", "_tra_check_reg_enum", "_tra_check_everything"};
+    const Frames nested{"_tra_check_reg_enum", "_tra_check_reg_enum", "_tra_check_reg_enum",
+                        "_tra_check_everything"};
     const Frames command{"_tra_check_cmd_enum", "_tra_check_everything"};
     const Frames range{"_tra_check_everything"};
     const Token kl1 = reg("KL1", KL, 1), kd1 = reg("KD1", KD, 1), kf1 = reg("KF1", KF, 1),
-                k1 = reg("K1", K, 1), k2 = reg("K2", K, 2);
+                k1 = reg("K1", K, 1), k2 = reg("K2", K, 2), k3 = reg("K3", K, 3),
+                k4 = reg("K4", K, 4), sel = word("SEL", 48), wid = word("WID", 49);
     const uint64_t first = ax(0), second = ax(1), both = ax(0) | ax(1), reverse = ax(1) | ax(2);
     const std::vector<Row> rows = {
-        {"64-bit group value", {kl1, i64(0x100000000)}, 0, first, 123, 0, NONE},
-        {"64-bit group value not listed",
-         {kl1, i64(0x300000000)},
-         0,
-         first,
-         123,
-         TRA_EBADENUM,
-         group},
-        {"64-bit rest outside the group",
-         {kl1, i64(0x200000001)},
-         0,
-         first,
-         123,
-         TRA_EBADENUM,
-         top},
-        {"double entry", {kd1, f64(1.5)}, 0, first, 123, 0, NONE},
-        {"double not an entry", {kd1, f64(2.0)}, 0, first, 123, TRA_EBADENUM, top},
-        {"double NaN matches no entry", {kd1, f64(DNAN)}, 0, first, 123, TRA_EBADENUM, top},
-        {"float entry", {kf1, f32(0.5f)}, 0, first, 123, 0, NONE},
-        {"float not an entry", {kf1, f32(0.75f)}, 0, first, 123, TRA_EBADENUM, top},
-        {"nested groups leave the outer rest alone", {k1, i32(0x31)}, 0, first, 123, 0, NONE},
-        {"nested group value not listed",
-         {k1, i32(0x13)},
-         0,
-         first,
-         123,
-         TRA_EBADENUM,
-         {"_tra_check_reg_enum", "_tra_check_reg_enum", "_tra_check_reg_enum",
-          "_tra_check_everything"}},
-        {"bits outside the outer group", {k1, i32(0x101)}, 0, first, 123, TRA_EBADENUM, top},
-        {"entry for this register", {reg("K3", K, 3), i32(1)}, 0, first, 123, 0, NONE},
-        {"entry for another register", {reg("K3", K, 3), i32(2)}, 0, first, 123, TRA_EBADENUM, top},
-        {"entry for the other register", {reg("K4", K, 4), i32(2)}, 0, first, 123, 0, NONE},
-        {"entry for every user", {reg("K4", K, 4), i32(0)}, 0, first, 123, 0, NONE},
-        {"entry for this parameter", {word("SEL", 48), i32(1)}, 1, first, 48, 0, NONE},
-        {"entry for registers only",
-         {word("SEL", 48), i32(2)},
-         1,
-         first,
-         48,
-         TRA_EBADENUM,
+        {"64-bit group value", 123, ops(kl1, i64(0x100000000))},
+        {"64-bit group value not listed", 123, ops(kl1, i64(0x300000000)), TRA_EBADENUM, first, 0,
+         false, group},
+        {"64-bit rest outside the group", 123, ops(kl1, i64(0x200000001)), TRA_EBADENUM},
+        {"double entry", 123, ops(kd1, f64(1.5))},
+        {"double not an entry", 123, ops(kd1, f64(2.0)), TRA_EBADENUM},
+        {"double NaN matches no entry", 123, ops(kd1, f64(DNAN)), TRA_EBADENUM},
+        {"float entry", 123, ops(kf1, f32(0.5f))},
+        {"float not an entry", 123, ops(kf1, f32(0.75f)), TRA_EBADENUM},
+        {"nested groups leave the outer rest alone", 123, ops(k1, i32(0x31))},
+        {"nested group value not listed", 123, ops(k1, i32(0x13)), TRA_EBADENUM, first, 0, false,
+         nested},
+        {"bits outside the outer group", 123, ops(k1, i32(0x101)), TRA_EBADENUM},
+        {"entry for this register", 123, ops(k3, i32(1))},
+        {"entry for another register", 123, ops(k3, i32(2)), TRA_EBADENUM},
+        {"entry for the other register", 123, ops(k4, i32(2))},
+        {"entry for every user", 123, ops(k4, i32(0))},
+        {"entry for this parameter", 48, ops(sel, i32(1))},
+        {"entry for registers only", 48, ops(sel, i32(2)), TRA_EBADENUM, first, 0, false, command},
+        {"64-bit parameter groups", 49, ops(wid, i64(0x200000000))},
+        {"64-bit parameter rest", 49, ops(wid, i64(0x200000004)), TRA_EBADENUM, first, 0, false,
          command},
-        {"64-bit parameter groups", {word("WID", 49), i64(0x200000000)}, 1, first, 49, 0, NONE},
-        {"64-bit parameter rest",
-         {word("WID", 49), i64(0x200000004)},
-         1,
-         first,
-         49,
-         TRA_EBADENUM,
-         command},
-        {"the second drive's enumeration accepts", {k2, i32(50)}, 0, both, 123, 0, NONE},
-        {"the second drive alone refuses", {k2, i32(1)}, 0, second, 123, TRA_EBADENUM, top},
-        {"enumeration of the last drive fails", {k2, i32(70)}, 0, reverse, 123, TRA_EBADENUM, top},
-        {"range of the last drive fails", {k2, i32(70)}, 0, both, 123, TRA_ERANGE, range},
-        {"both enumerations fail", {k2, i32(55)}, 0, both, 123, TRA_EBADENUM, top},
+        {"the second drive's enumeration accepts", 123, ops(k2, i32(50)), 0, both},
+        {"the second drive alone refuses", 123, ops(k2, i32(1)), TRA_EBADENUM, second},
+        {"enumeration of the last drive fails", 123, ops(k2, i32(70)), TRA_EBADENUM, reverse},
+        {"range of the last drive fails", 123, ops(k2, i32(70)), TRA_ERANGE, both, 0, false, range},
+        {"both enumerations fail", 123, ops(k2, i32(55)), TRA_EBADENUM, both},
     };
-    run(*this, rows, _tra_check_everything);
+    run(*this, rows, _tra_check_everything, {"_tra_check_reg_enum", "_tra_check_everything"});
 }
 
 // ---- Arguments ----

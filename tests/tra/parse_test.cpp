@@ -138,11 +138,9 @@ TEST_F(Parse, TokensAndClassification) {
         {"T5[1,2]=7", 0, "T#16@5[1,2] =7#0:7"},
         {"KF1=1.5F", 0, "KF#34@1 =1.5F#32:1.5"},
         {"KD1=1.5D", 0, "KD#98@1 =1.5D#96:1.5"},
-        {"KD1=2D", 0, "KD#98@1 =2D#96:2"},
         {"KD1=1.5", 0, "KD#98@1 =1.5#-2:1.5"},
         {"KL1=7L", 0, "KL#66@1 =7L#64:7"},
         {"KL1=0X10L", 0, "KL#66@1 =0X10L#64:16"},
-        {"K1=0X10", 0, "K#2@1 =0X10#0:16"},
         {"K1=0XFFFFFFFF", 0, "K#2@1 =0XFFFFFFFF#0:-1"},
         {"K1=99999999999999999999", 0, "K#2@1 =99999999999999999999#-1"},
         {"K1=-0.5", 0, "K#2@1 =-0.5#-2:-0.5"},
@@ -154,7 +152,6 @@ TEST_F(Parse, TokensAndClassification) {
         {"K1=5,6,7", 0, "K#2@1 =5#0:5 ,6#0:6 ,7#0:7"},
         {"K1,K2,M3", 0, "K#2@1 ,K#2@2 ,M#3@3"},
         {"K1+5", 0, "K#2@1 +5#0:5"},
-        {"K1-5", 0, "K#2@1 -5#0:5"},
         {"K1+5+6", TRA_ECMDSYNTAX, ""},
         {"K1=5=6", TRA_ECMDSYNTAX, ""},
         {"K1,2=6", TRA_ECMDSYNTAX, ""},
@@ -298,7 +295,6 @@ TEST_F(Parse, ListMarkers) {
         {"V1=[1,[2]]", TRA_ECMDSYNTAX, 0, 0, ""},
         {"T1=[[1,2],[3,4]],[[5]]", TRA_ECMDSYNTAX, 0, 0, ""}, // "]],[" is a run of four
         {"V1=[1,2]+", TRA_ECMDSYNTAX, 0, 0, ""},
-        {"V1=[1,2]-", TRA_ECMDSYNTAX, 0, 0, ""},
         {"V1=1]", TRA_ECMDSYNTAX, 0, 0, ""},
         {"V1,[1", 0, 0, 0, "[(-1,0)"},
         {"V1=[1],=[2]", TRA_ECMDSYNTAX, 0, 0, ""},
@@ -381,23 +377,24 @@ TEST_F(Parse, TokenTableLimits) {
     EXPECT_EQ(parse(huge.c_str()), TRA_ECMDSYNTAX);
 }
 
+// A frame of the parser's trace, its line left out: the origin with code and token, or a pass.
+Frame at(const char *function, int code = 0, const char *detail = "") {
+    return {"traa2r", 0, function, code, "", detail};
+}
+
 TEST_F(Parse, ErrorsNameTheFunctionAndTheToken) {
     struct Row {
         const char *line;
         std::vector<Frame> frames;
     } rows[] = {
-        {"K12.63", {{"traa2r", 0, "_tra_parse_asc_cmd", TRA_ERANGE, "", "63"}}},
-        {"K12.(1/2)",
-         {{"traa2r", 0, "_parse_mask_enum", TRA_ECMDSYNTAX, "", "(1/2"},
-          {"traa2r", 0, "_tra_parse_asc_cmd", 0, "", ""}}},
-        {"SD3", {{"traa2r", 0, "_tra_parse_std_tokens", TRA_ECMDSYNTAX, "", "SD3"}}},
-        {"ZY", {{"traa2r", 0, "_tra_parse_std_tokens", TRA_ECMDSYNTAX, "", "ZY"}}},
-        {"K1=-.5", {{"traa2r", 0, "_tra_parse_asc_cmd", TRA_ECMDSYNTAX, "", "5"}}},
-        {"K1=5=6", {{"traa2r", 0, "_tra_parse_asc_cmd", TRA_ECMDSYNTAX, "", "6"}}},
-        {"A5X",
-         {{"traa2r", 0, "_str2long", TRA_ECMDSYNTAX, "", "5X"},
-          {"traa2r", 0, "_tra_parse_std_tokens", 0, "", ""}}},
-        {"K30=\"AB", {{"traa2r", 0, "_tra_parse_std_tokens", TRA_ECMDSYNTAX, "", "\"AB"}}},
+        {"K12.63", {at("_tra_parse_asc_cmd", TRA_ERANGE, "63")}},
+        {"K12.(1/2)", {at("_parse_mask_enum", TRA_ECMDSYNTAX, "(1/2"), at("_tra_parse_asc_cmd")}},
+        {"SD3", {at("_tra_parse_std_tokens", TRA_ECMDSYNTAX, "SD3")}},
+        {"ZY", {at("_tra_parse_std_tokens", TRA_ECMDSYNTAX, "ZY")}},
+        {"K1=-.5", {at("_tra_parse_asc_cmd", TRA_ECMDSYNTAX, "5")}},
+        {"K1=5=6", {at("_tra_parse_asc_cmd", TRA_ECMDSYNTAX, "6")}},
+        {"A5X", {at("_str2long", TRA_ECMDSYNTAX, "5X"), at("_tra_parse_std_tokens")}},
+        {"K30=\"AB", {at("_tra_parse_std_tokens", TRA_ECMDSYNTAX, "\"AB")}},
     };
     for (const Row &r : rows) {
         EXPECT_NE(parse(r.line), 0) << r.line;
@@ -430,26 +427,16 @@ struct Iso : Parse {
         c->code = code;
         c->last_axis = axis;
         if (axis == c->fail_on_axis) return 1;
-        double v = *iso * (axis == c->differ_on_axis ? 2000 : 1000);
-        switch (value_class) {
-        case 0x20: {
-            float f = static_cast<float>(v);
-            std::memcpy(drive, &f, 4);
-            break;
-        }
-        case 0x40: {
-            int64_t i = static_cast<int64_t>(v);
-            std::memcpy(drive, &i, 8);
-            break;
-        }
-        case 0x60:
-            std::memcpy(drive, &v, 8);
-            break;
-        default: {
-            int32_t i = static_cast<int32_t>(v);
-            std::memcpy(drive, &i, 4);
-        }
-        }
+        const double v = *iso * (axis == c->differ_on_axis ? 2000 : 1000);
+        auto put = [drive](auto x) { std::memcpy(drive, &x, sizeof x); };
+        if (value_class == 0x20)
+            put(static_cast<float>(v));
+        else if (value_class == 0x40)
+            put(static_cast<int64_t>(v));
+        else if (value_class == 0x60)
+            put(v);
+        else
+            put(static_cast<int32_t>(v));
         return 0;
     }
 

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "record.hpp"
 #include "traa2r.hpp"
@@ -32,44 +33,30 @@ uint32_t bits(float f) {
     return v;
 }
 
+// Tag and value (all 8 bytes) of each slot, one after the other.
+template <class... T>
+std::vector<uint64_t> slots(T... tags_and_values) {
+    return {uint64_t(tags_and_values)...};
+}
+
 TEST(RawRecord, HeaderAndSlots) {
-    struct Slot {
-        uint32_t tag;
-        uint64_t value; // all 8 value bytes
-    };
     struct Row {
         const char *line;
         uint64_t mask;
         uint8_t gate, command, kind;
-        int count;
-        Slot slots[3];
+        std::vector<uint64_t> slots;
     } rows[] = {
-        {"[MASK:0X3,GATE:0,CMD:123,REC:32,TYP:0,PAR:5]", 3, 0, 123, 32, 1, {{0, 5}}},
-        {"[MASK:5,GATE:9,CMD:0X7B,REC:040]", 5, 1, 123, 32, 0, {}},
-        {"[MASK:0XFFFFFFFFFFFFFFFF,GATE:7,CMD:1,REC:38]", ~0ull, 7, 1, 38, 0, {}},
-        {"[MASK:1,GATE:0,CMD:0,REC:18,TYP:2,PAR:1.5D,TYP:0,PAR:1.5F,TYP:0,PAR:0X10]",
-         1,
-         0,
-         0,
-         18,
-         3,
-         {{2, bits(1.5)}, {0, bits(1.5f)}, {0, 16}}},
-        {"[MASK:1,GATE:0,CMD:0,REC:18,TYP:64,PAR:10L,TYP:0,PAR:0X1D,TYP:0XFFFFFFFF,PAR:-1]",
-         1,
-         0,
-         0,
-         18,
-         3,
-         {{64, 10}, {0, 29}, {0xFFFFFFFF, 0xFFFFFFFF}}},
-        {"[MASK:1,GATE:0,CMD:0,REC:18,TYP:64,PAR:-5L,TYP:96,PAR:2D,TYP:0,PAR:0X1FL]",
-         1,
-         0,
-         0,
-         18,
-         3,
-         {{64, uint64_t(-5)}, {96, bits(2.0)}, {0, 31}}},
+        {"[MASK:0X3,GATE:0,CMD:123,REC:32,TYP:0,PAR:5]", 3, 0, 123, 32, slots(0, 5)},
+        {"[MASK:5,GATE:9,CMD:0X7B,REC:040]", 5, 1, 123, 32, slots()},
+        {"[MASK:0XFFFFFFFFFFFFFFFF,GATE:7,CMD:1,REC:38]", ~0ull, 7, 1, 38, slots()},
+        {"[MASK:1,GATE:0,CMD:0,REC:18,TYP:2,PAR:1.5D,TYP:0,PAR:1.5F,TYP:0,PAR:0X10]", 1, 0, 0, 18,
+         slots(2, bits(1.5), 0, bits(1.5f), 0, 16)},
+        {"[MASK:1,GATE:0,CMD:0,REC:18,TYP:64,PAR:10L,TYP:0,PAR:0X1D,TYP:0XFFFFFFFF,PAR:-1]", 1, 0,
+         0, 18, slots(64, 10, 0, 29, 0xFFFFFFFF, 0xFFFFFFFF)},
+        {"[MASK:1,GATE:0,CMD:0,REC:18,TYP:64,PAR:-5L,TYP:96,PAR:2D,TYP:0,PAR:0X1FL]", 1, 0, 0, 18,
+         slots(64, uint64_t(-5), 96, bits(2.0), 0, 31)},
         // Keys need not start their item; the value starts after the first ":".
-        {"[XMASK:2,THEGATE:1,CMD:2,REC:3,ATYP:4,PAR:5]", 2, 1, 2, 3, 1, {{4, 5}}},
+        {"[XMASK:2,THEGATE:1,CMD:2,REC:3,ATYP:4,PAR:5]", 2, 1, 2, 3, slots(4, 5)},
     };
     for (const Row &r : rows) {
         Buffer b;
@@ -81,18 +68,19 @@ TEST(RawRecord, HeaderAndSlots) {
             << r.line;
         RecordView v = view(as_record(b));
         EXPECT_EQ(mask, r.mask) << r.line;
-        EXPECT_EQ(count, r.count) << r.line;
-        EXPECT_EQ(v.header().count, r.count) << r.line;
+        const int n = int(r.slots.size() / 2);
+        EXPECT_EQ(count, n) << r.line;
+        EXPECT_EQ(v.header().count, n) << r.line;
         EXPECT_EQ(v.header().gate, r.gate) << r.line;
         EXPECT_EQ(v.header().command, r.command) << r.line;
         EXPECT_EQ(v.header().kind, r.kind) << r.line;
         EXPECT_EQ(load_u32(v.header().zero), 0u) << r.line;
-        for (int i = 0; i < r.count; ++i) {
-            EXPECT_EQ(v.tag(i), r.slots[i].tag) << r.line << " slot " << i;
+        for (int i = 0; i < n; ++i) {
+            EXPECT_EQ(v.tag(i), r.slots[2 * i]) << r.line << " slot " << i;
             EXPECT_EQ(load_u32(v.slot(i).zero), 0u) << r.line << " slot " << i;
-            EXPECT_EQ(v.value64(i), r.slots[i].value) << r.line << " slot " << i;
+            EXPECT_EQ(v.value64(i), r.slots[2 * i + 1]) << r.line << " slot " << i;
         }
-        EXPECT_EQ(b[TRA_RECORD_SIZE(r.count)], 0xAA) << r.line << ": nothing past the slots";
+        EXPECT_EQ(b[TRA_RECORD_SIZE(n)], 0xAA) << r.line << ": nothing past the slots";
     }
 }
 

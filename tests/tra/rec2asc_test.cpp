@@ -54,18 +54,16 @@ TEST_F(RecordText, KindsDecidePrefixAndCommand) {
         uint64_t mask;
         const char *expected;
     } rows[] = {
-        {"unknown kind", Rec(5, 0).slot(0, 1), 1, "[05]"},
+        {"unknown kind", Rec(5, 0).i32(1), 1, "[05]"},
         {"unknown kind above the pages", Rec(0x41, 7), 1, "[41]"},
-        {"kind 4: generic parameters", Rec(4, 9).slot(0, 3), 1, "$@-1.0=3"},
-        {"register read list: raw dump",
-         Rec(18, 0).slot(K, encode_register(1, 0, 0)).slot(KL, 0x1ffffffffull), 1,
+        {"kind 4: generic parameters", Rec(4, 9).i32(3), 1, "$@-1.0=3"},
+        {"register read list: raw dump", Rec(18, 0).reg(K, 1, 0, 0).slot(KL, 0x1ffffffffull), 1,
          "[12]=1,1ffffffff"},
         {"vector read: raw dump after the marker, by the tag's class",
-         Rec(19, 0).slot(MARKER, 1).slot(V | ELEMENT_REF_TAG_BIT, encode_element(1, 2)), 1,
-         "[13]=2000001"},
-        {"command", Rec(32, 124).slot(0, 1), 1, "PWR.0=1"},
-        {"command with \"!\"", Rec(24, 124).slot(0, 1), 1, "!PWR.0=1"},
-        {"command on page 1", Rec(33, 44).slot(0, 1), 0x4, "@300.2=1"},
+         Rec(19, 0).slot(MARKER, 1).elem(V, 1, 2), 1, "[13]=2000001"},
+        {"command", Rec(32, 124).i32(1), 1, "PWR.0=1"},
+        {"command with \"!\"", Rec(24, 124).i32(1), 1, "!PWR.0=1"},
+        {"command on page 1", Rec(33, 44).i32(1), 0x4, "@300.2=1"},
         {"command on page 1 with \"!\"", Rec(25, 44), 0x4, "!@300.2"},
         {"kind 80", Rec(80, 1), 0x1, "!@14337.0"},
         {"kind 88", Rec(88, 1), 0x1, "@14337.0"},
@@ -80,53 +78,38 @@ TEST_F(RecordText, KindsDecidePrefixAndCommand) {
 }
 
 TEST_F(RecordText, AssignmentsAndOperators) {
-    const uint32_t dest = encode_destination(1, 0);
     struct Row {
         const char *name;
         Rec rec;
         uint64_t mask;
         const char *expected;
     } rows[] = {
-        {"set", Rec(32, 123).slot(K, dest).slot(0, 5), 1, "K1.0=5"},
-        {"set on several axes", Rec(32, 123).slot(K, dest).slot(0, 5), 0x6, "K1.(1,2)=5"},
-        {"set on every axis", Rec(32, 123).slot(K, dest).slot(0, 5), 0x7FFFFFFFFFFFFFFFull,
-         "K1.!=5"},
-        {"broadcast", Rec(32, 123).slot(K, dest).slot(0, 5), 1ull << 63, "*K1=5"},
-        {"set a subindex", Rec(32, 123).slot(K, encode_destination(5, 2)).slot(0, 7), 1,
-         "K5:2.0=7"},
-        {"set a 64-bit value", Rec(32, 123).slot(KL, dest).slot(64, 1000000000000ull), 1,
+        {"set", Rec(32, 123).dest(K, 1).i32(5), 1, "K1.0=5"},
+        {"set on several axes", Rec(32, 123).dest(K, 1).i32(5), 0x6, "K1.(1,2)=5"},
+        {"set on every axis", Rec(32, 123).dest(K, 1).i32(5), 0x7FFFFFFFFFFFFFFFull, "K1.!=5"},
+        {"broadcast", Rec(32, 123).dest(K, 1).i32(5), 1ull << 63, "*K1=5"},
+        {"set a subindex", Rec(32, 123).dest(K, 5, 2).i32(7), 1, "K5:2.0=7"},
+        {"set a 64-bit value", Rec(32, 123).dest(KL, 1).i64(1000000000000ull), 1,
          "KL1.0=1000000000000L"},
-        {"set a float", Rec(32, 123).slot(KF, dest).f32(2.5f), 1, "KF1.0=2.5F"},
-        {"set from a register", Rec(32, 123).slot(K, dest).slot(K, encode_register(2, 0, 3)), 1,
-         "K1.0=K2.3"},
-        {"set several",
-         Rec(32, 125).slot(K, encode_destination(5, 0)).slot(0, 1).slot(0, 2).slot(0, 3), 1,
-         "K5.0=1,2,3"},
-        {"convert", Rec(32, 122).slot(K, dest).f32(2.5f), 1, "K1.0=2.5F"},
-        {"whole type", Rec(32, 123).slot(K, encode_destination(65534, 0)).slot(0, 0), 1, "KY.0=0"},
-        {"accumulator", Rec(32, 123).slot(X, encode_destination(65535, 0)).slot(0, 4), 1,
-         "XAC.0=4"},
-        {"add", Rec(32, 91).slot(K, dest).slot(0, 5), 1, "K1.0+=5"},
-        {"subtract", Rec(32, 92).slot(K, dest).slot(0, 5), 1, "K1.0-=5"},
-        {"multiply", Rec(32, 93).slot(K, dest).slot(0, 5), 1, "K1.0*=5"},
-        {"multiply by a float", Rec(32, 93).slot(KF, dest).f32(0.5f), 1, "KF1.0*=0.5F"},
-        {"divide", Rec(32, 94).slot(K, dest).slot(0, 5), 1, "K1.0/=5"},
-        {"and", Rec(32, 95).slot(K, dest).slot(0, 5), 1, "K1.0&=5"},
-        {"or", Rec(32, 96).slot(K, dest).slot(0, 5), 1, "K1.0|=5"},
-        {"and not", Rec(32, 97).slot(K, dest).slot(0, 5), 1, "K1.0&~=5"},
-        {"or not", Rec(32, 98).slot(K, dest).slot(0, 5), 1, "K1.0|~=5"},
-        {"xor", Rec(32, 99).slot(K, dest).slot(0, 5), 1, "K1.0^=5"},
-        {"xor not", Rec(32, 100).slot(K, dest).slot(0, 5), 1, "K1.0^~=5"},
-        {"modulo", Rec(32, 101).slot(K, dest).slot(0, 5), 1, "K1.0%=5"},
-        {"shift right", Rec(32, 172).slot(K, dest).slot(0, 5), 1, "K1.0>>=5"},
-        {"shift left", Rec(32, 173).slot(K, dest).slot(0, 5), 1, "K1.0<<=5"},
-        {"invert", Rec(32, 174).slot(K, dest).slot(0, 5), 1, "K1.0~=5"},
-        {"with \"!\"", Rec(24, 91).slot(K, dest).slot(0, 5), 1, "!K1.0+=5"},
-        {"no value", Rec(32, 123).slot(K, dest), 1, "K1.0="},
+        {"set a float", Rec(32, 123).dest(KF, 1).f32(2.5f), 1, "KF1.0=2.5F"},
+        {"set from a register", Rec(32, 123).dest(K, 1).reg(K, 2, 0, 3), 1, "K1.0=K2.3"},
+        {"set several", Rec(32, 125).dest(K, 5).i32(1).i32(2).i32(3), 1, "K5.0=1,2,3"},
+        {"convert", Rec(32, 122).dest(K, 1).f32(2.5f), 1, "K1.0=2.5F"},
+        {"whole type", Rec(32, 123).dest(K, 65534).i32(0), 1, "KY.0=0"},
+        {"accumulator", Rec(32, 123).dest(X, 65535).i32(4), 1, "XAC.0=4"},
+        {"add", Rec(32, 91).dest(K, 1).i32(5), 1, "K1.0+=5"},
+        {"multiply by a float", Rec(32, 93).dest(KF, 1).f32(0.5f), 1, "KF1.0*=0.5F"},
+        {"with \"!\"", Rec(24, 91).dest(K, 1).i32(5), 1, "!K1.0+=5"},
+        {"no value", Rec(32, 123).dest(K, 1), 1, "K1.0="},
         {"no slot at all", Rec(32, 123), 1, ""},
     };
     for (const Row &r : rows)
         EXPECT_EQ(text_of(r.rec, r.mask), r.expected) << r.name;
+    const std::pair<uint8_t, const char *> operators[] = {
+        {92, "-="}, {93, "*="},   {94, "/="},  {95, "&="},   {96, "|="},   {97, "&~="}, {98, "|~="},
+        {99, "^="}, {100, "^~="}, {101, "%="}, {172, ">>="}, {173, "<<="}, {174, "~="}};
+    for (auto [command, op] : operators)
+        EXPECT_EQ(text_of(Rec(32, command).dest(K, 1).i32(5), 1), std::string("K1.0") + op + "5");
 }
 
 TEST_F(RecordText, CommandsWithParameters) {
@@ -137,15 +120,15 @@ TEST_F(RecordText, CommandsWithParameters) {
         const char *expected;
     } rows[] = {
         {"no parameter", Rec(32, 124), 1, "PWR.0"},
-        {"parameters", Rec(32, 124).slot(0, 1).slot(64, 2).f32(1.5f), 1, "PWR.0=1,2L,1.5F"},
-        {"a register parameter", Rec(32, 124).slot(K, encode_register(3, 1, 2)), 1, "PWR.0=K3:1.2"},
-        {"broadcast", Rec(32, 124).slot(0, 1), 1ull << 63, "*PWR=1"},
-        {"broadcast and an axis", Rec(32, 124).slot(0, 1), 1ull << 63 | 2, "*PWR.1=1"},
-        {"unnamed", Rec(32, 200).slot(0, 1).slot(0, 2), 1, "@200.0=1,2"},
-        {"step", Rec(32, 129).slot(0, 5), 1, "STE.0=5"},
-        {"step forward", Rec(32, 114).slot(0, 5), 1, "STE.0+=5"},
-        {"step back", Rec(32, 115).slot(0, 5), 1, "STE.0-=5"},
-        {"no axis meets the name's", Rec(32, 124).slot(0, 1), 0, "@124=1"},
+        {"parameters", Rec(32, 124).i32(1).i64(2).f32(1.5f), 1, "PWR.0=1,2L,1.5F"},
+        {"a register parameter", Rec(32, 124).reg(K, 3, 1, 2), 1, "PWR.0=K3:1.2"},
+        {"broadcast", Rec(32, 124).i32(1), 1ull << 63, "*PWR=1"},
+        {"broadcast and an axis", Rec(32, 124).i32(1), 1ull << 63 | 2, "*PWR.1=1"},
+        {"unnamed", Rec(32, 200).i32(1).i32(2), 1, "@200.0=1,2"},
+        {"step", Rec(32, 129).i32(5), 1, "STE.0=5"},
+        {"step forward", Rec(32, 114).i32(5), 1, "STE.0+=5"},
+        {"step back", Rec(32, 115).i32(5), 1, "STE.0-=5"},
+        {"no axis meets the name's", Rec(32, 124).i32(1), 0, "@124=1"},
     };
     for (const Row &r : rows)
         EXPECT_EQ(text_of(r.rec, r.mask), r.expected) << r.name;
@@ -153,31 +136,24 @@ TEST_F(RecordText, CommandsWithParameters) {
 
 TEST_F(RecordText, ElementAssignments) {
     // Without a dictionary a register has one row and one column: values are one list each.
-    const uint32_t vtag = V | ELEMENT_REF_TAG_BIT;
     struct Row {
         const char *name;
         Rec rec;
         const char *expected;
     } rows[] = {
-        {"one element",
-         Rec(38, 1).slot(MARKER, 2).slot(vtag, encode_element(1, 2)).slot(list_tag(0, 0, 1), 5),
+        {"one element", Rec(38, 1).slot(MARKER, 2).elem(V, 1, 2).slot(list_tag(0, 0, 1), 5),
          "V1[2].0=5"},
-        {"with \"!\"",
-         Rec(30, 1).slot(MARKER, 2).slot(vtag, encode_element(1, 2)).slot(list_tag(0, 0, 1), 5),
+        {"with \"!\"", Rec(30, 1).slot(MARKER, 2).elem(V, 1, 2).slot(list_tag(0, 0, 1), 5),
          "!V1[2].0=5"},
         {"a float element",
-         Rec(38, 1)
-             .slot(MARKER, 2)
-             .slot(47 | ELEMENT_REF_TAG_BIT, encode_element(1, 0))
-             .slot(list_tag(32, 0, 1), std::bit_cast<uint32_t>(0.5f)),
+         Rec(38, 1).slot(MARKER, 2).elem(47, 1, 0).slot(list_tag(32, 0, 1),
+                                                        std::bit_cast<uint32_t>(0.5f)),
          "VF1.0=0.5F"},
         {"a register as value",
-         Rec(38, 1)
-             .slot(MARKER, 2)
-             .slot(vtag, encode_element(1, 0))
-             .slot(list_tag(K, 0, 1), encode_element_value_register(4, 0, 3)),
+         Rec(38, 1).slot(MARKER, 2).elem(V, 1, 0).slot(list_tag(K, 0, 1),
+                                                       encode_element_value_register(4, 0, 3)),
          "V1.0=K4.3"},
-        {"no value", Rec(38, 1).slot(MARKER, 2).slot(vtag, encode_element(1, 3)), "V1[3].0="},
+        {"no value", Rec(38, 1).slot(MARKER, 2).elem(V, 1, 3), "V1[3].0="},
         {"marker only", Rec(38, 1).slot(MARKER, 2), ""},
     };
     for (const Row &r : rows)
@@ -198,7 +174,7 @@ TEST_F(RecordText, CountBeyondTheLargestRecordIsNotFollowed) {
     // A count byte above 65 is read as 65 slots: the record holds no more.
     Rec r(32, 200);
     for (int i = 0; i < TRA_RECORD_MAX_SLOTS; ++i)
-        r.slot(0, 1);
+        r.i32(1);
     r.bytes[0] = 255;
     std::string text = text_of(r, 1);
     std::string expected = "@200.0=1";
@@ -236,42 +212,26 @@ struct RequestText : RecordText {
 };
 
 TEST_F(RequestText, RegistersWithTheirValues) {
-    const uint32_t etag = V | ELEMENT_REF_TAG_BIT;
     struct Row {
         const char *name;
         Rec q, a;
         uint64_t mask;
         const char *expected;
     } rows[] = {
-        {"one register", Rec(18, 0).slot(K, encode_register(1, 0, 0)), Rec(18, 0).slot(0, 5), 1,
-         "K1.0=5"},
-        {"two registers",
-         Rec(18, 0).slot(K, encode_register(1, 0, 0)).slot(KL, encode_register(2, 0, 0)),
-         Rec(18, 0).slot(0, 5).slot(64, 7), 0x8, "K1.3=5,KL2.3=7L"},
-        {"elements of one register",
-         Rec(18, 0).slot(K, encode_register(5, 0, 0)).slot(K, encode_register(5, 1, 0)),
-         Rec(18, 0).slot(0, 1).slot(0, 2), 1, "K5.0=1,K5:1.0=2"},
-        {"a float", Rec(18, 0).slot(KF, encode_register(1, 0, 0)),
-         Rec(18, 0).slot(32, std::bit_cast<uint32_t>(1000.0f)), 1, "KF1.0=1.0E3F"},
-        {"axis 63", Rec(18, 0).slot(K, encode_register(1, 0, 63)), Rec(18, 0).slot(0, 5),
-         1ull << 63, "*K1=5"},
-        {"a vector",
-         Rec(19, 0)
-             .slot(MARKER, 1)
-             .slot(etag, encode_element(1, 0))
-             .slot(etag, encode_element(1, 1))
-             .slot(etag, encode_element(1, 2)),
-         Rec(19, 0).slot(MARKER, 1).slot(0, 1).slot(0, 2).slot(0, 0xAB), 1,
+        {"one register", Rec(18, 0).reg(K, 1, 0, 0), Rec(18, 0).i32(5), 1, "K1.0=5"},
+        {"two registers", Rec(18, 0).reg(K, 1, 0, 0).reg(KL, 2, 0, 0), Rec(18, 0).i32(5).i64(7),
+         0x8, "K1.3=5,KL2.3=7L"},
+        {"elements of one register", Rec(18, 0).reg(K, 5, 0, 0).reg(K, 5, 1, 0),
+         Rec(18, 0).i32(1).i32(2), 1, "K5.0=1,K5:1.0=2"},
+        {"a float", Rec(18, 0).reg(KF, 1, 0, 0), Rec(18, 0).f32(1000.0f), 1, "KF1.0=1.0E3F"},
+        {"axis 63", Rec(18, 0).reg(K, 1, 0, 63), Rec(18, 0).i32(5), 1ull << 63, "*K1=5"},
+        {"a vector", Rec(19, 0).slot(MARKER, 1).elem(V, 1, 0).elem(V, 1, 1).elem(V, 1, 2),
+         Rec(19, 0).slot(MARKER, 1).i32(1).i32(2).i32(0xAB), 1,
          "V1.0=[0x1],[0x2],[0xAB]"}, // no dictionary: one column
-        {"a float vector element",
-         Rec(19, 0).slot(MARKER, 1).slot(47 | ELEMENT_REF_TAG_BIT, encode_element(2, 3)),
-         Rec(19, 0).slot(MARKER, 1).slot(32, std::bit_cast<uint32_t>(0.5f)), 1, "VF2[3].0=[0.5F]"},
-        {"two vectors",
-         Rec(19, 0)
-             .slot(MARKER, 1)
-             .slot(etag, encode_element(1, 0))
-             .slot(etag, encode_element(2, 0)),
-         Rec(19, 0).slot(MARKER, 1).slot(0, 1).slot(0, 2), 1, "V1.0=[0x1],V2.0=[0x2]"},
+        {"a float vector element", Rec(19, 0).slot(MARKER, 1).elem(47, 2, 3),
+         Rec(19, 0).slot(MARKER, 1).f32(0.5f), 1, "VF2[3].0=[0.5F]"},
+        {"two vectors", Rec(19, 0).slot(MARKER, 1).elem(V, 1, 0).elem(V, 2, 0),
+         Rec(19, 0).slot(MARKER, 1).i32(1).i32(2), 1, "V1.0=[0x1],V2.0=[0x2]"},
         {"nothing asked", Rec(18, 0), Rec(18, 0), 1, ""},
     };
     for (const Row &r : rows)
@@ -279,11 +239,10 @@ TEST_F(RequestText, RegistersWithTheirValues) {
 }
 
 TEST_F(RequestText, MismatchesAreRefused) {
-    const uint32_t etag = V | ELEMENT_REF_TAG_BIT;
-    const Rec read = Rec(18, 0).slot(K, encode_register(1, 0, 0)).slot(K, encode_register(2, 0, 0));
-    const Rec vq = Rec(19, 0).slot(MARKER, 1).slot(etag, encode_element(1, 0));
+    const Rec read = Rec(18, 0).reg(K, 1, 0, 0).reg(K, 2, 0, 0);
+    const Rec vq = Rec(19, 0).slot(MARKER, 1).elem(V, 1, 0);
     const Rec vector_answer = Rec(19, 0);
-    const Rec one_value = Rec(18, 0).slot(0, 1);
+    const Rec one_value = Rec(18, 0).i32(1);
     const Rec marker_only = Rec(19, 0).slot(MARKER, 1);
     const Rec float_answer = Rec(19, 0).slot(MARKER, 1).f32(1);
     struct Row {
@@ -321,29 +280,24 @@ TEST_F(RecordText, LockedWrappersPassFailuresOn) {
     EXPECT_EQ(frames[1].file, "trar2a");
 
     sup_trace_clear();
-    Rec q = Rec(18, 0).slot(K, encode_register(1, 0, 0));
+    Rec q = Rec(18, 0).reg(K, 1, 0, 0);
     EXPECT_EQ(_tra_rec2asc2_ex(tra, text, q.get(), q.get(), 3), TRA_EBADPARAM);
     frames = trace();
     ASSERT_EQ(frames.size(), 2u);
     EXPECT_EQ(frames[1].function, "_tra_rec2asc2_ex");
 
-    Rec r = Rec(32, 124).slot(0, 1);
+    Rec r = Rec(32, 124).i32(1);
     EXPECT_EQ(_tra_rec2asc_ex(tra, text, r.get(), 1), 0);
     EXPECT_STREQ(text, "PWR.0=1");
-}
-
-TEST_F(RecordText, StaleTablesAreRebuiltFirst) {
-    tra->stale = 1;
-    char text[REC_TEXT_SIZE];
-    Rec r = Rec(32, 124).slot(0, 1);
+    tra->stale = 1; // stale tables are rebuilt before the record is written
     EXPECT_EQ(_tra_rec2asc_ex(tra, text, r.get(), 1), 0);
     EXPECT_EQ(tra->stale, 0);
 }
 
 TEST_F(RecordText, EntryPointsCutToTheDestination) {
-    Rec r = Rec(32, 124).slot(0, 1); // "PWR.0=1", 7 characters
-    Rec q = Rec(18, 0).slot(K, encode_register(1, 0, 0));
-    Rec a = Rec(18, 0).slot(0, 5); // "K1.0=5", 6 characters
+    Rec r = Rec(32, 124).i32(1); // "PWR.0=1", 7 characters
+    Rec q = Rec(18, 0).reg(K, 1, 0, 0);
+    Rec a = Rec(18, 0).i32(5); // "K1.0=5", 6 characters
     struct Row {
         int size;
         const char *cmd;
@@ -372,7 +326,7 @@ TEST_F(RecordText, EntryPointsCutToTheDestination) {
 }
 
 TEST_F(RecordText, EntryPointsRefuseBadHandlesAndPassFailures) {
-    Rec r = Rec(32, 124).slot(0, 1);
+    Rec r = Rec(32, 124).i32(1);
     char text[32] = "untouched";
     EXPECT_EQ(tra_oxcom_translate_cmd_to_ascii_ex(nullptr, r.get(), 1, text, 32), TRA_EBADPARAM);
     ASSERT_EQ(trace().size(), 1u);
@@ -412,7 +366,7 @@ TEST_F(RecordText, ConcurrentCallsOnOneTranslator) {
     std::atomic<int> wrong{0};
     for (int n = 0; n < 4; ++n)
         threads.emplace_back([&, n] {
-            Rec r = Rec(32, 123).slot(K, encode_destination(uint32_t(n), 0)).slot(0, uint32_t(n));
+            Rec r = Rec(32, 123).dest(K, uint32_t(n)).i32(uint32_t(n));
             const std::string expected = "K" + std::to_string(n) + ".0=" + std::to_string(n);
             char text[64];
             for (int i = 0; i < 500; ++i)
@@ -427,7 +381,7 @@ TEST_F(RecordText, ConcurrentCallsOnOneTranslator) {
 
 TEST_F(RecordText, CutOutsideTheBoundsStopsTheProcess) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    Rec r = Rec(32, 124).slot(0, 1);
+    Rec r = Rec(32, 124).i32(1);
     Rec empty(5, 0); // "[05]"
     char text[2048];
     EXPECT_DEATH(tra_oxcom_translate_cmd_to_ascii_ex(tra, r.get(), 1, text, 0),
@@ -436,7 +390,7 @@ TEST_F(RecordText, CutOutsideTheBoundsStopsTheProcess) {
                  "destination size -1 outside 1..1024");
     EXPECT_DEATH(tra_oxcom_translate_cmd_to_ascii_ex(tra, empty.get(), 1, text, -5),
                  "tra_oxcom_translate_cmd_to_ascii_ex: destination size -5");
-    Rec q = Rec(18, 0).slot(K, encode_register(1, 0, 0));
+    Rec q = Rec(18, 0).reg(K, 1, 0, 0);
     EXPECT_DEATH(tra_oxcom_translate_rqs_to_ascii_ex(tra, q.get(), q.get(), 1, text, 0),
                  "tra_oxcom_translate_rqs_to_ascii_ex: destination size 0");
 }
@@ -473,11 +427,10 @@ uint32_t chars(const char *four) {
 }
 
 TEST_F(DictionaryText, ValuesTakeTheRegistersFormats) {
-    const uint32_t tf = 48 | ELEMENT_REF_TAG_BIT, v = V | ELEMENT_REF_TAG_BIT;
-    Rec matrix = Rec(38, 1).slot(MARKER, 2).slot(tf, encode_element(2, 0));
+    Rec matrix = Rec(38, 1).slot(MARKER, 2).elem(48, 2, 0);
     for (int k = 0; k < 6; ++k)
         matrix.slot(list_tag(32, k, 6), std::bit_cast<uint32_t>(1.0f + k));
-    Rec vector = Rec(38, 1).slot(MARKER, 2).slot(v, encode_element(1, 0));
+    Rec vector = Rec(38, 1).slot(MARKER, 2).elem(V, 1, 0);
     for (int k = 0; k < 4; ++k)
         vector.slot(list_tag(0, k, 4), k + 1);
     struct Row {
@@ -486,48 +439,29 @@ TEST_F(DictionaryText, ValuesTakeTheRegistersFormats) {
         const char *expected;
     } rows[] = {
         {"a string over three elements",
-         Rec(32, 125)
-             .slot(K, encode_destination(30, 0))
-             .slot(0, chars("AXIS"))
-             .slot(0, chars("-1 m"))
-             .slot(0, chars("ain")),
+         Rec(32, 125).dest(K, 30).i32(chars("AXIS")).i32(chars("-1 m")).i32(chars("ain")),
          "K30.0=\"AXIS-1 main\""},
-        {"a short string", Rec(32, 123).slot(K, encode_destination(30, 0)).slot(0, chars("ab")),
-         "K30.0=\"ab\""},
+        {"a short string", Rec(32, 123).dest(K, 30).i32(chars("ab")), "K30.0=\"ab\""},
         {"a string with a register among its values",
-         Rec(32, 125)
-             .slot(K, encode_destination(30, 0))
-             .slot(0, chars("AXIS"))
-             .slot(K, encode_register(2, 0, 1)),
-         "K30.0=\"AXIS\",K2.1"},
-        {"an address", Rec(32, 123).slot(K, encode_destination(31, 0)).slot(0, 0xC0A8000A),
-         "K31.0=\"192.168.0.10\""},
-        {"a hexadecimal register", Rec(32, 123).slot(K, encode_destination(20, 0)).slot(0, 16),
-         "K20.0=0x10"},
-        {"hexadecimal under an arithmetic operator",
-         Rec(32, 93).slot(K, encode_destination(20, 0)).slot(0, 16), "K20.0*=16"},
-        {"hexadecimal under a bit operator",
-         Rec(32, 97).slot(K, encode_destination(20, 0)).slot(0, 16), "K20.0&~=16"},
-        {"hexadecimal under +=", Rec(32, 91).slot(K, encode_destination(20, 0)).slot(0, 16),
-         "K20.0+=0x10"},
-        {"converted into a hexadecimal register",
-         Rec(32, 122).slot(K, encode_destination(20, 0)).f32(2.5f), "K20.0=2.5F"},
-        {"several elements", Rec(32, 125).slot(K, encode_destination(5, 0)).slot(0, 1).slot(0, 2),
-         "K5.0=1,2"},
-        {"an element of several as a value",
-         Rec(32, 123).slot(K, encode_destination(1, 0)).slot(K, encode_register(5, 0, 0)),
+         Rec(32, 125).dest(K, 30).i32(chars("AXIS")).reg(K, 2, 0, 1), "K30.0=\"AXIS\",K2.1"},
+        {"an address", Rec(32, 123).dest(K, 31).i32(0xC0A8000A), "K31.0=\"192.168.0.10\""},
+        {"a hexadecimal register", Rec(32, 123).dest(K, 20).i32(16), "K20.0=0x10"},
+        {"hexadecimal under an arithmetic operator", Rec(32, 93).dest(K, 20).i32(16), "K20.0*=16"},
+        {"hexadecimal under a bit operator", Rec(32, 97).dest(K, 20).i32(16), "K20.0&~=16"},
+        {"hexadecimal under +=", Rec(32, 91).dest(K, 20).i32(16), "K20.0+=0x10"},
+        {"converted into a hexadecimal register", Rec(32, 122).dest(K, 20).f32(2.5f), "K20.0=2.5F"},
+        {"several elements", Rec(32, 125).dest(K, 5).i32(1).i32(2), "K5.0=1,2"},
+        {"an element of several as a value", Rec(32, 123).dest(K, 1).reg(K, 5, 0, 0),
          "K1.0=K5:0.0"},
         {"a matrix", matrix, "TF2.0=[[1.0F,2.0F,3.0F],[4.0F,5.0F,6.0F]]"},
         {"a matrix element",
-         Rec(38, 1)
-             .slot(MARKER, 2)
-             .slot(tf, encode_element(2, 5))
-             .slot(list_tag(32, 0, 1), std::bit_cast<uint32_t>(1.5f)),
+         Rec(38, 1).slot(MARKER, 2).elem(48, 2, 5).slot(list_tag(32, 0, 1),
+                                                        std::bit_cast<uint32_t>(1.5f)),
          "TF2[1,2].0=1.5F"},
         {"a vector", vector, "V1.0=[1,2,3,4]"},
         // A parameter's format 0 means "none": a hexadecimal parameter is written in decimal.
-        {"a hexadecimal parameter", Rec(88, 4).slot(0, 1).slot(0, 255), "DBG.0=1,255"},
-        {"parameters of three classes", Rec(32, 160).slot(64, 1000).f32(2.5f).f64(1000),
+        {"a hexadecimal parameter", Rec(88, 4).i32(1).i32(255), "DBG.0=1,255"},
+        {"parameters of three classes", Rec(32, 160).i64(1000).f32(2.5f).f64(1000),
          "MVE.0=1000L,2.5F,1.0E3D"},
         {"a list command",
          Rec(33, 54)
@@ -551,26 +485,20 @@ TEST_F(DictionaryText, CommentsFromTheDictionary) {
         Rec rec;
         const char *expected;
     } rows[] = {
-        {"add to", 0, Rec(32, 91).slot(K, encode_destination(1, 0)).slot(0, 5),
+        {"add to", 0, Rec(32, 91).dest(K, 1).i32(5),
          "K1.0+=5                                 ; add to Position loop proportional gain"},
-        {"substract from", 0, Rec(32, 92).slot(K, encode_destination(1, 0)).slot(0, 5),
+        {"substract from", 0, Rec(32, 92).dest(K, 1).i32(5),
          "K1.0-=5                                 ; substract from Position loop proportional "
          "gain"},
-        {"set, one tab", TRA_FTAB, Rec(32, 123).slot(K, encode_destination(1, 0)).slot(0, 5),
+        {"set, one tab", TRA_FTAB, Rec(32, 123).dest(K, 1).i32(5),
          "K1.0=5\t; set Position loop proportional gain"},
-        {"set several", TRA_FTABS8, Rec(32, 125).slot(K, encode_destination(5, 0)).slot(0, 1),
+        {"set several", TRA_FTABS8, Rec(32, 125).dest(K, 5).i32(1),
          "K5.0=1\t\t\t\t\t; setd Position scaling, three axes of the gantry"},
-        {"elements", 0,
-         Rec(38, 1)
-             .slot(MARKER, 2)
-             .slot(V | ELEMENT_REF_TAG_BIT, encode_element(1, 1))
-             .slot(list_tag(0, 0, 1), 5),
+        {"elements", 0, Rec(38, 1).slot(MARKER, 2).elem(V, 1, 1).slot(list_tag(0, 0, 1), 5),
          "V1[1].0=5                               ; set Trajectory vector"},
-        {"a command", 0, Rec(32, 124).slot(0, 1),
-         "PWR.0=1                                 ; "
-         "Power stage on or off"},
-        {"a register without a description", 0,
-         Rec(32, 123).slot(31, encode_destination(9, 0)).slot(0, 1), "??9.0=1"},
+        {"a command", 0, Rec(32, 124).i32(1),
+         "PWR.0=1                                 ; Power stage on or off"},
+        {"a register without a description", 0, Rec(32, 123).dest(31, 9).i32(1), "??9.0=1"},
     };
     for (const Row &r : rows) {
         tra->flags = TRA_FDESCRIPTIONS | r.flags;
@@ -590,35 +518,31 @@ TEST_F(DictionaryText, IsoValuesOfConvertibleRegisters) {
     };
     ASSERT_EQ(tra_oxcom_set_iso_converter(tra, &Scale::convert, nullptr), 0);
     tra->flags = TRA_FISO_CONVERT;
-    EXPECT_EQ(text_of(Rec(32, 123).slot(K, encode_destination(40, 0)).slot(0, 2500), 1),
-              "K40.0=2.5")
-        << "HOME_OFS converts";
-    EXPECT_EQ(text_of(Rec(32, 123).slot(K, encode_destination(1, 0)).slot(0, 2500), 1), "K1.0=2500")
-        << "POS_KP has no unit";
+    EXPECT_EQ(text_of(Rec(32, 123).dest(K, 40).i32(2500), 1), "K40.0=2.5") << "HOME_OFS converts";
+    EXPECT_EQ(text_of(Rec(32, 123).dest(K, 1).i32(2500), 1), "K1.0=2500") << "POS_KP has no unit";
     char text[REC_TEXT_SIZE];
-    Rec q = Rec(18, 0).slot(K, encode_register(40, 0, 0));
-    Rec a = Rec(18, 0).slot(0, 2500);
+    Rec q = Rec(18, 0).reg(K, 40, 0, 0);
+    Rec a = Rec(18, 0).i32(2500);
     ASSERT_EQ(_tra_rec2asc2_exec(tra, text, q.get(), a.get(), 1), 0);
     EXPECT_STREQ(text, "K40.0=2.5");
 }
 
 TEST_F(DictionaryText, AnswersTakeTheRegistersShape) {
-    const uint32_t v = V | ELEMENT_REF_TAG_BIT, tf = 48 | ELEMENT_REF_TAG_BIT;
     Rec vq = Rec(19, 0).slot(MARKER, 1), va = Rec(19, 0).slot(MARKER, 1);
     for (uint32_t k = 0; k < 4; ++k) {
-        vq.slot(v, encode_element(1, k));
-        va.slot(0, k + 1);
+        vq.elem(V, 1, k);
+        va.i32(k + 1);
     }
     Rec mq = Rec(19, 0).slot(MARKER, 1), ma = Rec(19, 0).slot(MARKER, 1);
     for (uint32_t k = 0; k < 6; ++k) {
-        mq.slot(tf, encode_element(2, k));
+        mq.elem(48, 2, k);
         ma.f32(float(k));
     }
     Rec sq(18, 0), sa(18, 0);
     const char *name[] = {"AXIS", "-1", "", "", "", "", "", ""};
     for (uint32_t k = 0; k < 8; ++k) {
-        sq.slot(K, encode_register(30, k, 2));
-        sa.slot(0, chars(name[k]));
+        sq.reg(K, 30, k, 2);
+        sa.i32(chars(name[k]));
     }
     struct Row {
         const char *name;
@@ -633,8 +557,8 @@ TEST_F(DictionaryText, AnswersTakeTheRegistersShape) {
         EXPECT_EQ(text_of(r.q, r.a, 0x4), r.expected) << r.name;
 
     tra->flags = TRA_FDESCRIPTIONS;
-    Rec q = Rec(18, 0).slot(K, encode_register(31, 0, 2));
-    Rec a = Rec(18, 0).slot(0, 0xC0A8000A);
+    Rec q = Rec(18, 0).reg(K, 31, 0, 2);
+    Rec a = Rec(18, 0).i32(0xC0A8000A);
     EXPECT_EQ(text_of(q, a, 0x4), "K31.2=\"192.168.0.10\"                    ; Axis IP address");
 }
 

@@ -24,6 +24,20 @@ struct Rec {
         v.set_value64(i, value);
         return *this;
     }
+    Rec &i32(uint32_t value) { return slot(0, value); }
+    Rec &i64(uint64_t value) { return slot(64, value); }
+    // A register written to: type, index and subindex on the record's axes.
+    Rec &dest(uint32_t type, uint32_t index, uint32_t sub = 0) {
+        return slot(type, ryn::tra::encode_destination(index, sub));
+    }
+    // A register read or given as a value: type, index, subindex and axis.
+    Rec &reg(uint32_t type, uint32_t index, uint32_t sub, uint32_t axis) {
+        return slot(type, ryn::tra::encode_register(index, sub, axis));
+    }
+    // An element reference of a vector or matrix register of the given type.
+    Rec &elem(uint32_t type, uint32_t index, uint32_t element) {
+        return slot(type | ryn::tra::ELEMENT_REF_TAG_BIT, ryn::tra::encode_element(index, element));
+    }
     Rec &f32(float x) {
         uint32_t bits;
         std::memcpy(&bits, &x, 4);

@@ -64,13 +64,7 @@ TEST_F(OraxFamily, ProductsAndVersions) {
     for (const Row &r : rows) {
         SCOPED_TRACE("product " + std::to_string(r.product));
         EXPECT_EQ(vok_get_default_version(r.product), r.default_version);
-        const char *name = vok_get_product_name(r.product);
-        if (r.name) {
-            ASSERT_NE(name, nullptr);
-            EXPECT_STREQ(name, r.name);
-        } else {
-            EXPECT_EQ(name, nullptr);
-        }
+        EXPECT_STREQ(vok_get_product_name(r.product), r.name); // both null: equal
         EXPECT_EQ(vok_is_axis63_product(r.product), r.axis63);
         for (uint32_t v : r.known)
             EXPECT_TRUE(vok_is_known_version(r.product, v));
@@ -275,14 +269,8 @@ TEST_F(OraxFamily, TypesOfTheCurrentDrive) {
     };
     for (const Row &r : rows) {
         SCOPED_TRACE("kind " + std::to_string(r.kind));
-        const char *name = vok_get_type_name(d, 1, r.kind);
-        if (r.name)
-            EXPECT_STREQ(name, r.name);
-        else
-            EXPECT_EQ(name, nullptr);
-        if (r.name) {
-            EXPECT_NE(vok_get_type_name(d, 2, r.kind), nullptr);
-        }
+        EXPECT_STREQ(vok_get_type_name(d, 1, r.kind), r.name);
+        EXPECT_EQ(vok_get_type_name(d, 2, r.kind) != nullptr, r.name != nullptr);
         EXPECT_EQ(vok_type_exists(d, r.kind), r.exists);
         EXPECT_EQ(vok_type_is_hidden(d, r.kind), r.hidden);
         EXPECT_EQ(vok_register_type_writable(d, r.kind), r.whole);
@@ -519,54 +507,48 @@ TEST_F(OraxFamily, CommentsOfAssignmentsAreRegisterDescriptions) {
 
 TEST_F(OraxFamily, Enumerations) {
     Dict d(32, V("3.12B"));
+    const int mode = vok_get_reg_enum(d, K, 12, 0), io = vok_get_reg_enum(d, K, 20, 0);
+    ASSERT_GT(mode, 0);
+    ASSERT_GT(io, 0);
+    EXPECT_STREQ(vok_get_enum_name(d, mode), "OperatingMode");
+    EXPECT_STREQ(vok_get_enum_name(d, io), "IoConfig");
     struct Entry {
+        uint32_t index; // of the K register
         const char *name;
         int parent, mask;
         int64_t value;
     };
-    struct Row {
-        uint32_t kind, index;
-        const char *name;
-        std::vector<Entry> entries;
-    };
-    const Row rows[] = {
-        {K,
-         12,
-         "OperatingMode",
-         {{"OFF", -1, 0, 0}, {"POSITION", -1, 0, 1}, {"VELOCITY", -1, 0, 2}, {"TORQUE", -1, 0, 3}}},
-        {K,
-         20,
-         "IoConfig",
-         {{"INPUT_MODE", -1, 1, 0x0F},
-          {"IN_OFF", 0, 0, 0},
-          {"IN_PNP", 0, 0, 1},
-          {"IN_NPN", 0, 0, 2},
-          {"IN_ANALOG", 0, 0, 3},
-          {"OUTPUT_MODE", -1, 1, 0xF0},
-          {"OUT_OFF", 5, 0, 0x00},
-          {"OUT_PUSH_PULL", 5, 0, 0x10},
-          {"OUT_OPEN_DRAIN", 5, 0, 0x20}}},
-    };
-    for (const Row &r : rows) {
-        SCOPED_TRACE(r.name);
-        int e = vok_get_reg_enum(d, r.kind, r.index, 0);
-        ASSERT_GT(e, 0);
-        EXPECT_STREQ(vok_get_enum_name(d, e), r.name);
-        ASSERT_EQ(vok_get_enum_count(d, e), int(r.entries.size()));
-        for (size_t i = 0; i < r.entries.size(); ++i) {
-            const Entry &x = r.entries[i];
-            const int n = int(i);
-            SCOPED_TRACE(x.name);
-            EXPECT_STREQ(vok_get_enum_entry_name(d, e, n), x.name);
-            EXPECT_EQ(vok_get_enum_entry_parent(d, e, n), x.parent);
-            EXPECT_EQ(vok_enum_entry_is_mask(d, e, n), x.mask);
-            EXPECT_EQ(vok_get_enum_value_int32(d, e, n), int32_t(x.value));
-            EXPECT_EQ(vok_get_enum_value_int64(d, e, n), x.value);
-            EXPECT_FLOAT_EQ(vok_get_enum_value_float(d, e, n), float(x.value));
-            EXPECT_DOUBLE_EQ(vok_get_enum_value_double(d, e, n), double(x.value));
-            EXPECT_TRUE(vok_enum_entry_for_reg(d, n, r.kind, r.index, 0));
-        }
-        EXPECT_EQ(vok_get_enum_entry_name(d, e, int(r.entries.size())), nullptr);
+    const Entry rows[] = {{12, "OFF", -1, 0, 0},
+                          {12, "POSITION", -1, 0, 1},
+                          {12, "VELOCITY", -1, 0, 2},
+                          {12, "TORQUE", -1, 0, 3},
+                          {20, "INPUT_MODE", -1, 1, 0x0F},
+                          {20, "IN_OFF", 0, 0, 0},
+                          {20, "IN_PNP", 0, 0, 1},
+                          {20, "IN_NPN", 0, 0, 2},
+                          {20, "IN_ANALOG", 0, 0, 3},
+                          {20, "OUTPUT_MODE", -1, 1, 0xF0},
+                          {20, "OUT_OFF", 5, 0, 0x00},
+                          {20, "OUT_PUSH_PULL", 5, 0, 0x10},
+                          {20, "OUT_OPEN_DRAIN", 5, 0, 0x20}};
+    int n = 0;
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        const Entry &x = rows[i];
+        const int e = x.index == 12 ? mode : io;
+        n = i > 0 && rows[i - 1].index == x.index ? n + 1 : 0;
+        SCOPED_TRACE(x.name);
+        EXPECT_STREQ(vok_get_enum_entry_name(d, e, n), x.name);
+        EXPECT_EQ(vok_get_enum_entry_parent(d, e, n), x.parent);
+        EXPECT_EQ(vok_enum_entry_is_mask(d, e, n), x.mask);
+        EXPECT_EQ(vok_get_enum_value_int32(d, e, n), int32_t(x.value));
+        EXPECT_EQ(vok_get_enum_value_int64(d, e, n), x.value);
+        EXPECT_FLOAT_EQ(vok_get_enum_value_float(d, e, n), float(x.value));
+        EXPECT_DOUBLE_EQ(vok_get_enum_value_double(d, e, n), double(x.value));
+        EXPECT_TRUE(vok_enum_entry_for_reg(d, n, K, x.index, 0));
+    }
+    for (auto [e, count] : {std::pair{mode, 4}, std::pair{io, 9}}) {
+        EXPECT_EQ(vok_get_enum_count(d, e), count);
+        EXPECT_EQ(vok_get_enum_entry_name(d, e, count), nullptr);
         EXPECT_EQ(vok_get_enum_entry_parent(d, e, -1), -1);
     }
     int save = vok_get_param_enum(d, 48, 0);
