@@ -178,7 +178,8 @@ struct Builder {
             f = {n < 3 ? CMD_SET : CMD_SET_LIST, 0, Form::command_or_assignment};
             return 0;
         }
-        if (reg0 && n == 2 && token(1).type != TAG_NAME) {
+        // Two registers joined by "," are a read list, not an operator assignment.
+        if (reg0 && n == 2 && token(1).type != TAG_NAME && s1 != sep(",")) {
             for (const Operator &op : OPERATORS)
                 if (op.code == s1) {
                     f = {op.command, 0, Form::command_or_assignment};

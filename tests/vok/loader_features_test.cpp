@@ -126,7 +126,7 @@ TEST_F(Features, EnumerationEntriesForSomeUsers) {
     const Row rows[] = {
         {1, true, true, false, true}, {2, true, false, true, true}, {3, true, false, true, true}};
     for (const Row &r : rows) {
-        SCOPED_TRACE("K" + std::to_string(r.index));
+        SCOPED_TRACE(testing::Message() << "K" << r.index);
         EXPECT_EQ(vok_get_reg_enum(v100, 2, r.index, 0), 7);
         EXPECT_EQ(vok_enum_entry_for_reg(v100, 0, 2, r.index, 0), r.off);
         EXPECT_EQ(vok_enum_entry_for_reg(v100, 1, 2, r.index, 0), r.slow);
