@@ -74,6 +74,23 @@ std::string product_versions(uint32_t product) {
 
 namespace {
 
+// A version written as text ("3.12B") or as its packed number.
+bool parse_version(const std::string &text, const char *example, uint32_t &version,
+                   std::string &error) {
+    uint64_t number = 0;
+    uint32_t packed = 0;
+    if (tra_string_to_version(upper(text).c_str(), &packed) == 0) {
+        version = packed;
+        return true;
+    }
+    if (parse_number(text, number) && number <= UINT32_MAX) {
+        version = static_cast<uint32_t>(number);
+        return true;
+    }
+    error = format("'%s' is not a version (write it like %s)", text.c_str(), example);
+    return false;
+}
+
 std::string known_products() {
     std::string list;
     for (int i = 0; i < vok_get_product_count(); ++i) {
@@ -147,16 +164,7 @@ bool find_card_version(uint32_t card, const std::string &text, uint32_t &version
         version = vok_get_ext_product_default_version(card);
         return true;
     }
-    uint64_t number = 0;
-    uint32_t packed = 0;
-    if (tra_string_to_version(upper(text).c_str(), &packed) == 0) {
-        version = packed;
-    } else if (parse_number(text, number) && number <= UINT32_MAX) {
-        version = static_cast<uint32_t>(number);
-    } else {
-        error = format("'%s' is not a version (write it like 1.02A)", text.c_str());
-        return false;
-    }
+    if (!parse_version(text, "1.02A", version, error)) return false;
     for (int i = 0; i < vok_get_ext_product_version_count(card); ++i)
         if (vok_get_ext_product_version(card, i) == version) return true;
     error = format("%s has no version %s; its versions: %s", name ? name : "the card",
@@ -223,16 +231,7 @@ bool find_version(uint32_t product, const std::string &text, uint32_t &version,
         version = vok_get_default_version(product);
         return true;
     }
-    uint64_t number = 0;
-    uint32_t packed = 0;
-    if (tra_string_to_version(upper(text).c_str(), &packed) == 0) {
-        version = packed;
-    } else if (parse_number(text, number) && number <= UINT32_MAX) {
-        version = static_cast<uint32_t>(number);
-    } else {
-        error = format("'%s' is not a version (write it like 3.12B)", text.c_str());
-        return false;
-    }
+    if (!parse_version(text, "3.12B", version, error)) return false;
     if (vok_is_known_version(product, version)) return true;
     error =
         format("%s has no version %s; its versions: %s (* default)", product_name(product).c_str(),
