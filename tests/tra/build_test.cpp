@@ -333,6 +333,30 @@ TEST_F(Builder, LinesForAbsentAxesAreDropped) {
     EXPECT_EQ(count, 2u);
 }
 
+TEST_F(Builder, StreamAxesNarrowLinesAndDefaultThem) {
+    tra->download_axis_mask = 0x6; // a stream to axes 1 and 2 is running
+    struct Case {
+        uint32_t flags;
+        const char *line;
+        uint32_t count;
+        uint64_t mask;
+    } rows[] = {
+        {0, "K1.0=1", 0xFFFFFFFFu, 0},        // outside the stream's axes: dropped
+        {0, "K1.(0,1)=1", 2, 0x3},            // one common axis is enough
+        {0, "K1=1", 2, ALL},                  // without the flag: every axis
+        {TRA_FDOWNLOAD_AXES, "K1=1", 2, 0x6}, // with it: the stream's axes
+        {TRA_FDOWNLOAD_AXES, "POS_KP=1", 2, 0x6},
+    };
+    for (const Case &c : rows) {
+        ASSERT_EQ(tra_set_flags(tra, c.flags), 0);
+        EXPECT_EQ(translate(c.line), 0) << c.line;
+        EXPECT_EQ(count, c.count) << c.line;
+        if (c.count != 0xFFFFFFFFu) {
+            EXPECT_EQ(mask, c.mask) << c.line;
+        }
+    }
+}
+
 TEST_F(Builder, RegisterTranslatorTakesAssignmentsOnly) {
     TRA *reg = nullptr;
     ASSERT_EQ(tra_create_register_traductor_o(&reg, 32, 0x03128100, 0, 0, 0), 0);

@@ -77,6 +77,21 @@ TEST_F(OrxTables, ControllerOnAxis63HoldsItsOwnNamesThere) {
     EXPECT_EQ(kp->axes & ~AXIS63, ALL & ~AXIS63);
 }
 
+TEST_F(OrxTables, EveryProductOfTheFamilyBuildsSilently) {
+    for (uint32_t p : GENERIC_PRODUCTS) {
+        const uint32_t version = vok_get_default_version(p);
+        if (version == 0) continue;
+        for (bool beside_a_drive : {false, true}) {
+            int rc = beside_a_drive ? tra_create_direct_traductor_o2(&tra, 32, V312B, 0, 0, p,
+                                                                     version, 0, 0, 0)
+                                    : tra_create_direct_traductor_o(&tra, p, version, 0, 0, 0);
+            ASSERT_EQ(rc, 0) << p;
+            EXPECT_EQ(build(tra), "") << "product " << p << (beside_a_drive ? " on axis 63" : "");
+            tra_destroy(&tra);
+        }
+    }
+}
+
 TEST_F(OrxTables, TablesAreSortedAndTypeNamesComeFromTheDictionary) {
     ASSERT_EQ(tra_create_direct_traductor_o(&tra, 32, V312B, 0, 0, 0), 0);
     build(tra);
