@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdio>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "record.hpp"
@@ -393,6 +394,33 @@ TEST_F(Builder, TypeFilterSkipsValidationOfOtherTypes) {
     EXPECT_EQ(_tra_asc2rec_ex(tra, "K1.0=2000000", rec, 65, 1, only_x, &n, nullptr), 0)
         << "a K line outside the filter is written unchecked";
     EXPECT_EQ(_tra_asc2rec_ex(tra, "X1.0=K13.0", rec, 65, 1, only_x, &n, nullptr), TRA_EUNKNOWN);
+}
+
+TEST_F(Builder, ThreadsShareOneTranslatorAndEachGetsItsOwnRecord) {
+    const char *lines[] = {"K5.0=1,2,3", "PWR.(0,1)=1", "TF2[1,2].0=1.5F", "K30.0=\"AXIS\""};
+    std::string expected[4];
+    for (int i = 0; i < 4; ++i) {
+        ASSERT_EQ(translate(lines[i]), 0);
+        expected[i] = dump(record.data());
+    }
+    std::vector<std::thread> threads;
+    std::vector<int> mismatches(4, 0);
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back([&, i] {
+            std::array<uint8_t, TRA_RECORD_SIZE(TRA_RECORD_MAX_SLOTS)> own{};
+            for (int n = 0; n < 200; ++n) {
+                uint32_t slots = 0;
+                uint64_t axes = 0;
+                if (tra_oxcom_translate_cmd_from_ascii_ex(
+                        tra, reinterpret_cast<TRA_RECORD *>(own.data()), TRA_RECORD_MAX_SLOTS,
+                        &slots, &axes, lines[i]) != 0 ||
+                    dump(own.data()) != expected[i])
+                    ++mismatches[static_cast<std::size_t>(i)];
+            }
+        });
+    for (auto &t : threads)
+        t.join();
+    EXPECT_EQ(mismatches, std::vector<int>(4, 0));
 }
 
 // Text to record to text to record gives the same record and mask, for every form of the
