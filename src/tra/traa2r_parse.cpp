@@ -226,7 +226,9 @@ struct Parser {
     int end(uint32_t s, uint32_t s2) {
         if (s == 0 && s2 == 0) return 0;
         const char *rest = text + pos;
-        if (s2 != 0 || (s != sep("]") && s != sep("]]")))
+        // A lone "]" closes a row outside a matrix; a matrix's last row closes with "]]".
+        const bool lone_row = depth == 1 && open[0] == Bracket::row;
+        if (s2 != 0 || (s != sep("]") && s != sep("]]")) || (s == sep("]") && !lone_row))
             return t.fail(__LINE__, TRA_ECMDSYNTAX, rest[0] != 0 ? rest : text);
         uint8_t opens_row = 0;
         uint8_t opens_list = 0;

@@ -237,8 +237,10 @@ TEST_F(Builder, FailuresCarryTheirCodeOriginAndDetail) {
          "Matrix parameter row must be specified"},
         {"TF2.0=[[1F,2F],[3F,4F,5F]]", TRA_EINCOMPLETEVECTOR, "_tra_asc2rec_exec",
          "Incomplete Vector specified"},
-        {"TRJ.0=[[1,2],[3,4]", TRA_ECMDSYNTAX, "_tra_asc2rec_exec",
+        {"TRJ.0=[[1,2],[3,4", TRA_ECMDSYNTAX, "_tra_asc2rec_exec",
          "End matrix element not detected"},
+        {"TRJ.0=[[1,2],[3,4]", TRA_ECMDSYNTAX, "_tra_parse_asc_cmd", nullptr},
+        {"TF2.0=[[1F,2F,3F],[4F,5F,6F]", TRA_ECMDSYNTAX, "_tra_parse_asc_cmd", nullptr},
         {"K1.0=-.5", TRA_ECMDSYNTAX, "_tra_parse_asc_cmd", nullptr},
         {"K1.63=5", TRA_ERANGE, "_tra_parse_asc_cmd", "63"},
         {"SD3.0", TRA_ECMDSYNTAX, "_tra_parse_std_tokens", "SD3"},
@@ -262,7 +264,7 @@ TEST_F(Builder, FailuresCarryTheirCodeOriginAndDetail) {
 }
 
 TEST_F(Builder, MatrixListLeftOpenReportsTheBadIndexMessage) {
-    EXPECT_EQ(translate("TRJ.0=[[1,2],[3,4]"), TRA_ECMDSYNTAX);
+    EXPECT_EQ(translate("TRJ.0=[[1,2],[3,4"), TRA_ECMDSYNTAX);
     SUP_FRAME f{};
     ASSERT_EQ(sup_trace_get(0, &f), 0);
     EXPECT_STREQ(f.message, "bad vector index");

@@ -296,6 +296,9 @@ TEST_F(Parse, ListMarkers) {
         {"T1=[[1,2],[3,4]],[[5]]", TRA_ECMDSYNTAX, 0, 0, ""}, // "]],[" is a run of four
         {"V1=[1,2]+", TRA_ECMDSYNTAX, 0, 0, ""},
         {"V1=1]", TRA_ECMDSYNTAX, 0, 0, ""},
+        {"T1=[[1,2],[3,4]", TRA_ECMDSYNTAX, 0, 0, ""}, // "]" alone leaves the matrix open
+        {"T1=[[1,2]", TRA_ECMDSYNTAX, 0, 0, ""},
+        {"T1=[[1,2],[3,4", 0, 1, 1, "[[[(0,0) (0,1)] [(1,0) (1,1)"},
         {"V1,[1", 0, 0, 0, "[(-1,0)"},
         {"V1=[1],=[2]", TRA_ECMDSYNTAX, 0, 0, ""},
     };
