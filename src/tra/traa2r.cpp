@@ -409,7 +409,7 @@ struct Builder {
     }
 
     // Read of a vector register: the marker slot, then the element asked for or every element.
-    int write_vector_read(const RecordView &r, int capacity) {
+    int write_vector_read(const RecordView &r, int capacity, int32_t *count_out) {
         const Token &reg = token(0);
         int rows, columns;
         dimensions(reg, rows, columns);
@@ -417,6 +417,7 @@ struct Builder {
         if (rows > 1 && reg.row_given && reg.row >= static_cast<uint32_t>(rows))
             return t.fail(__LINE__, TRA_EBADINDEX, "The vector/matrix index is out of range");
         const int elements = reg.row_given ? 1 : rows * columns;
+        if (count_out != nullptr) *count_out = elements + 1;
         // The count byte and the bus carry at most TRA_RECORD_MAX_SLOTS slots, whatever the room.
         if (capacity < elements + 1 || elements + 1 > TRA_RECORD_MAX_SLOTS)
             return t.fail(__LINE__, TRA_EBUFSIZE, reg.text);
@@ -539,6 +540,8 @@ int _tra_asc2rec_exec(TRA *tra, const char *text, TRA_RECORD *record, int32_t ca
     if (f.kind == Form::list_command) count += 1;
     if (f.kind == Form::element_assignment) count += 1;
     if (f.kind == Form::vector_read) count = 0;
+    // The slots needed are told even when they do not fit, so that a caller can make room.
+    if (count_out != nullptr && f.kind != Form::vector_read) *count_out = count;
     if (capacity < count) return t.fail(__LINE__, TRA_EBUFSIZE);
     r.clear(capacity);
 
@@ -556,7 +559,7 @@ int _tra_asc2rec_exec(TRA *tra, const char *text, TRA_RECORD *record, int32_t ca
         b.write_read_list(r);
         break;
     case Form::vector_read:
-        rc = b.write_vector_read(r, capacity);
+        rc = b.write_vector_read(r, capacity, count_out);
         if (rc > 0) count = rc, rc = 0;
         break;
     }

@@ -142,6 +142,7 @@ int _tra_parse_raw_record(const char *line, TRA_RECORD *record, int32_t capacity
     int pairs = walk(line, len, header, nullptr, &mask);
     if (pairs < 0) return TRA_ECMDSYNTAX;
     if (record == nullptr || capacity < 0) return t.fail(__LINE__, TRA_EBADPARAM, line);
+    if (count_out != nullptr) *count_out = pairs;
     if (pairs > capacity) return t.fail(__LINE__, TRA_EBUFSIZE, line);
     if (pairs > 255) return t.fail(__LINE__, TRA_ETOOMANYPARAMS, line);
 

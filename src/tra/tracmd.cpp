@@ -41,11 +41,11 @@ extern "C" int tra_oxcom_translate_cmd_from_ascii_ex(TRA *tra, TRA_RECORD *recor
     if (!accepts(tra)) return t.fail(__LINE__, TRA_EBADPARAM);
     if (text == nullptr) return t.fail(__LINE__, TRA_EBADPARAM, "null command text");
     if (capacity > 65535) return t.fail(__LINE__, TRA_EBADPARAM, "capacity above 65535");
-    int32_t slots = 0;
-    int rc = _tra_asc2rec_ex(tra, text, record, static_cast<int32_t>(capacity), 0, nullptr, &slots,
-                             axis_mask);
+    // The count goes straight to the caller's word (-1, nothing to send, reads as 0xFFFFFFFF), so
+    // that a record too small for the line still tells the slots it needs.
+    int rc = _tra_asc2rec_ex(tra, text, record, static_cast<int32_t>(capacity), 0, nullptr,
+                             reinterpret_cast<int32_t *>(count), axis_mask);
     if (rc != 0) return t.pass(__LINE__, rc);
-    if (count != nullptr) *count = static_cast<uint32_t>(slots);
     return 0;
 }
 

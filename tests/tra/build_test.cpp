@@ -284,27 +284,30 @@ TEST_F(Builder, CapacityIsCheckedBeforeAnythingIsWritten) {
         const char *line;
         uint32_t capacity;
         int code;
+        uint32_t slots; // told in the count, whether they fit or not
     } rows[] = {
-        {"K5.0=1,2,3", 3, TRA_EBUFSIZE},
-        {"K5.0=1,2,3", 4, 0},
-        {"K30.0=\"AB\"", 8, TRA_EBUFSIZE},
-        {"K30.0=\"AB\"", 9, 0},
-        {"V1.0", 4, TRA_EBUFSIZE},
-        {"V1.0", 5, 0},
-        {"V1.0=[1,2,3,4]", 5, TRA_EBUFSIZE},
-        {"V1.0=[1,2,3,4]", 6, 0},
-        {"TRJ.0=[1,2],[3,4]", 4, TRA_EBUFSIZE},
-        {"TRJ.0=[1,2],[3,4]", 5, 0},
-        {"[MASK:1,GATE:0,CMD:17,REC:32,TYP:0,PAR:1,TYP:0,PAR:2]", 1, TRA_EBUFSIZE},
-        {"CLX.0", 0, 0},
+        {"K5.0=1,2,3", 3, TRA_EBUFSIZE, 4},
+        {"K5.0=1,2,3", 4, 0, 4},
+        {"K30.0=\"AB\"", 8, TRA_EBUFSIZE, 9},
+        {"K30.0=\"AB\"", 9, 0, 9},
+        {"V1.0", 4, TRA_EBUFSIZE, 5},
+        {"V1.0", 5, 0, 5},
+        {"V1.0=[1,2,3,4]", 5, TRA_EBUFSIZE, 6},
+        {"V1.0=[1,2,3,4]", 6, 0, 6},
+        {"TRJ.0=[1,2],[3,4]", 4, TRA_EBUFSIZE, 5},
+        {"TRJ.0=[1,2],[3,4]", 5, 0, 5},
+        {"[MASK:1,GATE:0,CMD:17,REC:32,TYP:0,PAR:1,TYP:0,PAR:2]", 1, TRA_EBUFSIZE, 2},
+        {"CLX.0", 0, 0, 0},
     };
     for (const Cap &c : rows) {
         // A record of exactly the capacity, so that the sanitizer sees any write past it.
         std::vector<uint8_t> exact(static_cast<std::size_t>(TRA_RECORD_SIZE(c.capacity)));
         sup_trace_clear();
+        count = 12345;
         int rc = tra_oxcom_translate_cmd_from_ascii_ex(
             tra, reinterpret_cast<TRA_RECORD *>(exact.data()), c.capacity, &count, &mask, c.line);
         EXPECT_EQ(rc, c.code) << c.line << " in " << c.capacity;
+        EXPECT_EQ(count, c.slots) << c.line << " in " << c.capacity;
     }
     EXPECT_EQ(translate("K1.0=1", 65536), TRA_EBADPARAM);
 }
