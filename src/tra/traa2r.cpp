@@ -155,6 +155,9 @@ struct Builder {
         if (t0.separator != 0) return syntax(__LINE__, 0);
         const uint32_t s1 = n > 1 ? token(1).separator : 0;
         const bool reg0 = t0.is_register();
+        // A command by name, or by number as "@N".
+        const bool command =
+            is_command(0) || (t0.type == TAG_NAME && std::strcmp(t0.text, "@") == 0);
 
         if (reg0 && vok_is_vector_kind(static_cast<uint32_t>(t0.type)) && n >= 2) {
             if (!is_list_open(s1)) return syntax(__LINE__, 1);
@@ -163,7 +166,7 @@ struct Builder {
         }
         if (t0.type == 1 && t0.index == XAC_INDEX && s1 == sep("=") && n == 3)
             return syntax(__LINE__, 0);
-        if (n == 2 && is_command(0) && t0.index == CMD_STEP) {
+        if (n == 2 && command && t0.index == CMD_STEP) {
             if (s1 == sep("="))
                 f = {CMD_STEP, 1, Form::command_or_assignment};
             else if (s1 == sep("+="))
@@ -198,8 +201,6 @@ struct Builder {
             f = {CMD_READ_LIST, 0, Form::read_list};
             return 0;
         }
-        const bool command =
-            is_command(0) || (t0.type == TAG_NAME && std::strcmp(t0.text, "@") == 0);
         if (!command) return syntax(__LINE__, 0);
         const auto number = static_cast<int32_t>(t0.index);
         if (!takes_list(number)) {
