@@ -311,7 +311,13 @@ struct Builder {
     // A command that takes a list: the marker slot, then every value with its place in the list.
     int write_list_command(const RecordView &r, const Form &f) {
         const int values = ctx.count - f.first;
-        if (ctx.list_matrix && values > 0 && token(ctx.count - 1).closes_list == 0)
+        // A "[[" anywhere in the list must be closed by "]]" before the line ends.
+        bool matrix_open = false;
+        for (int i = f.first; i < ctx.count; ++i) {
+            if (token(i).opens_list) matrix_open = true;
+            if (token(i).closes_list) matrix_open = false;
+        }
+        if (matrix_open)
             return t.fail_with(__LINE__, TRA_ECMDSYNTAX, tra_translate_error(TRA_EBADINDEX),
                                "End matrix element not detected");
         r.set_tag(0, ELEMENT_REF_TAG_BIT);

@@ -136,6 +136,7 @@ TEST_F(Builder, CommandsAndBroadcast) {
                    {"TRJ.0=[1,2,3],[10,20,30]",
                     "7/54/33 10000:0 30000:1 30100:2 30200:3 30000:a 30100:14 30200:1e", 0x1},
                    {"TRJ.0=1,2", "3/54/33 10000:0 10000:1 10000:2", 0x1},
+                   {"TRJ.0=[[1,2]],5", "4/54/33 10000:0 20000:1 20100:2 10000:5", 0x1},
                });
 }
 
@@ -234,6 +235,7 @@ TEST_F(Builder, FailuresCarryTheirCodeOriginAndDetail) {
         {"TRJ.0=[[1,2],[3,4", TRA_ECMDSYNTAX, "_tra_asc2rec_exec",
          "End matrix element not detected"},
         {"TRJ.0=[[1,2],[3,4]", TRA_ECMDSYNTAX, "_tra_parse_asc_cmd", nullptr},
+        {"TRJ.0=1,[[2,3", TRA_ECMDSYNTAX, "_tra_asc2rec_exec", "End matrix element not detected"},
         {"TF2.0=[[1F,2F,3F],[4F,5F,6F]", TRA_ECMDSYNTAX, "_tra_parse_asc_cmd", nullptr},
         {"K1.0=-.5", TRA_ECMDSYNTAX, "_tra_parse_asc_cmd", nullptr},
         {"K1.63=5", TRA_ERANGE, "_tra_parse_asc_cmd", "63"},
