@@ -43,9 +43,11 @@ struct Value {
     }
     // Integer syntax of the drives' tools: "0X" hexadecimal, a leading "0" octal, else decimal.
     uint64_t integer() const { return std::strtoull(text, nullptr, 0); }
+    // A decimal real; a leading "+" is taken as the C library's conversions take it.
     double real() const {
         double d = 0;
-        std::from_chars(text, text + length, d);
+        const char *from = text[0] == '+' ? text + 1 : text;
+        std::from_chars(from, text + length, d);
         return d;
     }
 };

@@ -55,6 +55,8 @@ TEST(RawRecord, HeaderAndSlots) {
          0, 18, slots(64, 10, 0, 29, 0xFFFFFFFF, 0xFFFFFFFF)},
         {"[MASK:1,GATE:0,CMD:0,REC:18,TYP:64,PAR:-5L,TYP:96,PAR:2D,TYP:0,PAR:0X1FL]", 1, 0, 0, 18,
          slots(64, uint64_t(-5), 96, bits(2.0), 0, 31)},
+        {"[MASK:1,GATE:0,CMD:0,REC:18,TYP:96,PAR:+1.5D,TYP:32,PAR:+2.5F,TYP:0,PAR:+7]", 1, 0, 0, 18,
+         slots(96, bits(1.5), 32, bits(2.5f), 0, 7)},
         // Keys need not start their item; the value starts after the first ":".
         {"[XMASK:2,THEGATE:1,CMD:2,REC:3,ATYP:4,PAR:5]", 2, 1, 2, 3, slots(4, 5)},
     };
