@@ -527,11 +527,12 @@ int _tra_asc2rec_exec(TRA *tra, const char *text, TRA_RECORD *record, int32_t ca
         if ((rc = _tra_check_ip(tra, &ctx, f.first, f.command)) != 0) return t.pass(__LINE__, rc);
     }
 
-    // A line addressed only to absent axes, or outside a running stream's axes, is dropped.
+    // A line addressed only to absent axes, or outside a running stream's axes, is dropped; a line
+    // of a type outside the filter skips this test with the other checks.
     const auto present = static_cast<int64_t>(tra->present_axes.load());
     const uint64_t download = tra->download_axis_mask;
-    if ((present >= 1 && (ctx.axis_mask & static_cast<uint64_t>(present)) == 0) ||
-        (download != 0 && (ctx.axis_mask & download) == 0)) {
+    if (checked && ((present >= 1 && (ctx.axis_mask & static_cast<uint64_t>(present)) == 0) ||
+                    (download != 0 && (ctx.axis_mask & download) == 0))) {
         if (count_out != nullptr) *count_out = -1;
         return 0;
     }

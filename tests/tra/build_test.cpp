@@ -395,6 +395,19 @@ TEST_F(Builder, TypeFilterSkipsValidationOfOtherTypes) {
     EXPECT_EQ(_tra_asc2rec_ex(tra, "K1.0=2000000", rec, 65, 1, only_x, &n, nullptr), 0)
         << "a K line outside the filter is written unchecked";
     EXPECT_EQ(_tra_asc2rec_ex(tra, "X1.0=K13.0", rec, 65, 1, only_x, &n, nullptr), TRA_EUNKNOWN);
+
+    // The presence test belongs to the checks the filter skips: only lines of a filtered type
+    // are dropped for absent axes.
+    tra->present_axes = 0x2;
+    struct Case {
+        const char *line;
+        int32_t count;
+    } rows[] = {{"X1.0=1", -1}, {"K1.0=1", 2}, {"X1.1=1", 2}};
+    for (const Case &c : rows) {
+        n = 0;
+        EXPECT_EQ(_tra_asc2rec_ex(tra, c.line, rec, 65, 1, only_x, &n, nullptr), 0) << c.line;
+        EXPECT_EQ(n, c.count) << c.line;
+    }
 }
 
 TEST_F(Builder, ThreadsShareOneTranslatorAndEachGetsItsOwnRecord) {
