@@ -121,10 +121,9 @@ struct Builder {
                 const LookupEntry *e = _tra_find_name(table, tok.text);
                 if (e == nullptr) continue;
                 if (i == 0) {
+                    // While a stream gives the default axes, the alias must hold on all of them.
                     uint64_t tested =
-                        (ctx.flags & CTX_NO_AXIS) != 0 && (tra.flags & TRA_FDOWNLOAD_AXES) != 0
-                            ? default_axes()
-                            : ctx.axis_mask;
+                        (tra.flags & TRA_FDOWNLOAD_AXES) != 0 ? default_axes() : ctx.axis_mask;
                     if (tested != 0 && (tested & ~e->axes) != 0) continue;
                 }
                 tok.whole = 0;
