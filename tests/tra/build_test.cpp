@@ -364,11 +364,11 @@ TEST_F(Builder, StreamAxesDecideWhereTheFirstAliasHolds) {
     ASSERT_EQ(tra_create_direct_traductor_o2(&o2, 32, 0x03128100, 0, 0, 51, 0x02018000, 0, 0, 0),
               0);
     auto *rec = reinterpret_cast<TRA_RECORD *>(record.data());
-    EXPECT_EQ(tra_oxcom_translate_cmd_from_ascii_ex(o2, rec, 65, &count, &mask, "SYNC_PER.63=5"),
+    EXPECT_EQ(tra_oxcom_translate_cmd_from_ascii_ex(o2, rec, 65, &count, &mask, "*SYNC_PER=5"),
               0);
     o2->download_axis_mask = 0x6;
     ASSERT_EQ(tra_set_flags(o2, TRA_FDOWNLOAD_AXES), 0);
-    EXPECT_EQ(tra_oxcom_translate_cmd_from_ascii_ex(o2, rec, 65, &count, &mask, "SYNC_PER.63=5"),
+    EXPECT_EQ(tra_oxcom_translate_cmd_from_ascii_ex(o2, rec, 65, &count, &mask, "*SYNC_PER=5"),
               TRA_ECMDSYNTAX)
         << "the controller's alias does not hold on the stream's axes 1 and 2";
     EXPECT_EQ(tra_oxcom_translate_cmd_from_ascii_ex(o2, rec, 65, &count, &mask, "POS_KP.1=5"), 0);
