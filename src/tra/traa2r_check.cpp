@@ -45,13 +45,15 @@ bool is_register_write(int32_t cmd) {
 }
 
 // Common argument test of the checks: a context whose operand table is consistent and a first
-// operand position inside it (p may equal the count: a command without arguments).
-int check_arguments(const Tracer &t, int line, const TRA *tra, const ParseContext *ctx, int p) {
-    if (tra == nullptr) return t.fail(line, TRA_EBADPARAM, "translator is NULL");
-    if (ctx == nullptr) return t.fail(line, TRA_EBADPARAM, "parse context is NULL");
+// operand position inside it (p may equal the count: a command without arguments). Each refusal
+// has a line of its own, so that the trace tells them apart.
+int check_arguments(const Tracer &t, const TRA *tra, const ParseContext *ctx, int p) {
+    if (tra == nullptr) return t.fail(__LINE__, TRA_EBADPARAM, "translator is NULL");
+    if (ctx == nullptr) return t.fail(__LINE__, TRA_EBADPARAM, "parse context is NULL");
     if (ctx->count < 0 || ctx->count > MAX_OPERANDS)
-        return t.fail(line, TRA_EBADPARAM, "operand count out of range");
-    if (p < 0 || p > ctx->count) return t.fail(line, TRA_EBADPARAM, "first operand out of range");
+        return t.fail(__LINE__, TRA_EBADPARAM, "operand count out of range");
+    if (p < 0 || p > ctx->count)
+        return t.fail(__LINE__, TRA_EBADPARAM, "first operand out of range");
     return 0;
 }
 
@@ -253,7 +255,7 @@ int _tra_check_cmd_enum(const VOK_DICT *dict, const unsigned char value[8], int 
 
 int _tra_expand_string_register(TRA *tra, ParseContext *ctx, int p, int32_t cmd) {
     static constexpr Tracer t{MODULE, "_tra_expand_string_register"};
-    if (int rc = check_arguments(t, __LINE__, tra, ctx, p); rc != 0) return rc;
+    if (int rc = check_arguments(t, tra, ctx, p); rc != 0) return rc;
     const bool assignment = cmd == 123 || cmd == 125;
     if (!assignment && cmd != CMD_READ_LIST) return 0;
     if (p >= ctx->count) return 0;
@@ -302,7 +304,7 @@ int _tra_expand_string_register(TRA *tra, ParseContext *ctx, int p, int32_t cmd)
 
 int _tra_check_ip(TRA *tra, ParseContext *ctx, int p, int32_t cmd) {
     static constexpr Tracer t{MODULE, "_tra_check_ip"};
-    if (int rc = check_arguments(t, __LINE__, tra, ctx, p); rc != 0) return rc;
+    if (int rc = check_arguments(t, tra, ctx, p); rc != 0) return rc;
     if (ctx->bracketed != 0) return 0;
     if (cmd != 123 && cmd != 125) return 0;
     if (p + 1 >= ctx->count) return 0;
@@ -338,7 +340,7 @@ int _tra_check_ip(TRA *tra, ParseContext *ctx, int p, int32_t cmd) {
 
 int _tra_check_types(TRA *tra, ParseContext *ctx, int p, int32_t cmd) {
     static constexpr Tracer t{MODULE, "_tra_check_types"};
-    if (int rc = check_arguments(t, __LINE__, tra, ctx, p); rc != 0) return rc;
+    if (int rc = check_arguments(t, tra, ctx, p); rc != 0) return rc;
     if (ctx->bracketed != 0) return 0;
     const Token *tokens = ctx->tokens;
 
@@ -373,7 +375,7 @@ int _tra_check_types(TRA *tra, ParseContext *ctx, int p, int32_t cmd) {
 
 int _tra_check_everything(TRA *tra, ParseContext *ctx, int p, int32_t cmd) {
     static constexpr Tracer t{MODULE, "_tra_check_everything"};
-    if (int rc = check_arguments(t, __LINE__, tra, ctx, p); rc != 0) return rc;
+    if (int rc = check_arguments(t, tra, ctx, p); rc != 0) return rc;
     if (ctx->bracketed != 0) return 0;
     const Token *tokens = ctx->tokens;
     const AddressedDicts dicts(*tra, ctx->axis_mask);

@@ -223,7 +223,7 @@ Iso convert_to_iso(TRA *tra, uint32_t value_class, const uint8_t value[8], int f
         if (!have) {
             have = true;
             first = iso;
-        } else if (std::bit_cast<uint64_t>(iso) != std::bit_cast<uint64_t>(first)) {
+        } else if (iso != first) { // as numbers: 0 and -0 agree, a NaN agrees with nothing
             return Iso::disagree;
         }
     }
@@ -373,7 +373,7 @@ int _tra_format_register(TRA *tra, Text *out, int64_t axis_mask, const RegisterA
     if (from_mask ? axis_mask < 0 : reg.axis == 63) out->append('*');
 
     const uint32_t kind = reg.kind & 0x7F;
-    if (kind == 7) {
+    if ((kind & 31) == 7) {
         out->appendf("A%lu", static_cast<unsigned long>(reg.word));
     } else if (kind == 1 && reg.index == 65535) {
         out->append("XAC");

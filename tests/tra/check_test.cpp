@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -551,14 +552,25 @@ TEST_F(Check, BadArgumentsAreRefused) {
         {"expand", _tra_expand_string_register, "_tra_expand_string_register"},
     };
     for (const ArgRow &r : rows) {
+        // Each kind of refusal is its own failure site with its own line in the trace.
+        std::set<int> lines;
+        auto origin_line = [&] {
+            auto t = trace();
+            return t.empty() ? -1 : t[0].line;
+        };
         EXPECT_EQ(r.check(nullptr, &ctx, 0, 123), TRA_EBADPARAM) << r.name;
         EXPECT_EQ(frames(TRA_EBADPARAM), Frames{r.function}) << r.name;
+        lines.insert(origin_line());
         EXPECT_EQ(r.check(tra, nullptr, 0, 123), TRA_EBADPARAM) << r.name;
+        lines.insert(origin_line());
         EXPECT_EQ(r.check(tra, &ctx, 3, 123), TRA_EBADPARAM) << r.name;
+        lines.insert(origin_line());
         EXPECT_EQ(r.check(tra, &ctx, -1, 123), TRA_EBADPARAM) << r.name;
         ParseContext bad = ctx;
         bad.count = MAX_OPERANDS + 1;
         EXPECT_EQ(r.check(tra, &bad, 0, 123), TRA_EBADPARAM) << r.name;
+        lines.insert(origin_line());
+        EXPECT_EQ(lines.size(), 4u) << r.name << ": four refusals, four lines";
     }
     EXPECT_EQ(_tra_check_reg_enum(d32, nullptr, 1, 1, -1, K, 12, 0), TRA_EBADPARAM);
     EXPECT_EQ(_tra_check_cmd_enum(d32, nullptr, 1, 1, -1, 48, 0), TRA_EBADPARAM);

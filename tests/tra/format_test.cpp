@@ -191,6 +191,38 @@ TEST_F(Formatting, ValuesConvertedToIsoUnits) {
     }
 }
 
+// Axes whose converted values are equal numbers agree, whatever their bits.
+TEST_F(Formatting, IsoResultsOfSeveralAxesCompareAsNumbers) {
+    struct Fixed {
+        static int convert(OXB_BUS *, void *, double *iso, uint32_t, int32_t, int32_t axis, int32_t,
+                           void *context) {
+            *iso = static_cast<const double *>(context)[axis];
+            return 0;
+        }
+    };
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    struct Row {
+        const char *name;
+        double axis0, axis1;
+        const char *expected;
+    } rows[] = {
+        {"equal values", 2.5, 2.5, "2.5"},
+        {"zero and minus zero agree", 0.0, -0.0, "0.0"},
+        {"minus zero and zero agree", -0.0, 0.0, "0.0"},
+        {"two NaNs do not agree", nan, nan, "5"},
+        {"a NaN and a number do not agree", 1.0, nan, "5"},
+    };
+    tra->flags = TRA_FISO_CONVERT;
+    for (const Row &r : rows) {
+        double results[2] = {r.axis0, r.axis1};
+        ASSERT_EQ(tra_oxcom_set_iso_converter(tra, &Fixed::convert, results), 0);
+        uint8_t value[8] = {5};
+        Text out = text();
+        _tra_format_value(tra, out, 0x00, value, true, VOK_FORMAT_HEX, 0x3);
+        EXPECT_STREQ(out.c_str(), r.expected) << r.name;
+    }
+}
+
 TEST_F(Formatting, ConverterReceivesAxisClassFormatAndDirection) {
     Converter c;
     c.factor[2] = 1;
@@ -280,6 +312,7 @@ TEST_F(Formatting, RegisterNames) {
         {"whole type", 0, reg(2, 65534, 0, 0), 0, 0, "KY.0"},
         {"accumulator", 0, reg(1, 65535, 0, 0), 0, 0, "XAC.0"},
         {"address keeps its whole word", 0, reg(7, 1234, 0, 2), 0, 0, "A33555666.2"},
+        {"address of another value class", 0, reg(7 | 64, 1234, 0, 2), 0, 0, "A33555666.2"},
         {"type without a name", 0, reg(31, 5, 0, 0), 0, 0, "??5.0"},
         {"alias", TRA_FUSE_ALIASES, reg(2, 1, 0, 0), 0, 0, "POS_KP.0"},
         {"alias with a subindex", TRA_FUSE_ALIASES, reg(2, 1, 1, 4), 0, 0, "POS_KP:1.4"},
