@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <array>
 #include <bit>
-#include <cctype>
 #include <memory>
 #include <new>
 #include <utility>
@@ -50,18 +49,6 @@ bool is_list_separator(uint32_t s) {
 
 uint32_t value_class(int32_t type) {
     return static_cast<uint32_t>(type) & 0x60;
-}
-
-// Every distinct dictionary of the addressed axes, in axis order, each once in a row.
-template <class Visit>
-void for_each_dictionary(const TRA &tra, uint64_t mask, Visit &&visit) {
-    const VOK_DICT *last = nullptr;
-    for (uint64_t axes = mask; axes != 0; axes &= axes - 1) {
-        const VOK_DICT *d = tra.axis_dicts[static_cast<std::size_t>(std::countr_zero(axes))];
-        if (d == nullptr || d == last) continue;
-        last = d;
-        if (visit(d)) return;
-    }
 }
 
 // What the builder learned about the line's shape.
@@ -138,7 +125,7 @@ struct Builder {
     // Whether any addressed axis's dictionary marks a command as taking a list.
     bool takes_list(int32_t command) {
         bool list = false;
-        for_each_dictionary(tra, ctx.axis_mask, [&](const VOK_DICT *d) {
+        for_each_axis_dictionary(tra, ctx.axis_mask, [&](const VOK_DICT *d) {
             list = vok_command_has_vector_params(d, static_cast<uint32_t>(command)) != 0;
             return list;
         });
@@ -334,7 +321,7 @@ struct Builder {
     void dimensions(const Token &reg, int &rows, int &columns) {
         rows = 1;
         columns = 1;
-        for_each_dictionary(tra, ctx.axis_mask, [&](const VOK_DICT *d) {
+        for_each_axis_dictionary(tra, ctx.axis_mask, [&](const VOK_DICT *d) {
             auto kind = static_cast<uint32_t>(reg.type);
             int length = vok_get_register_length(d, kind, reg.index);
             columns = vok_get_register_columns(d, kind, reg.index);

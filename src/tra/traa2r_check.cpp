@@ -20,13 +20,10 @@ struct AddressedDicts {
     int count = 0;
 
     AddressedDicts(const TRA &tra, uint64_t mask) {
-        const VOK_DICT *last = nullptr;
-        for (uint64_t axes = mask; axes != 0; axes &= axes - 1) {
-            const VOK_DICT *dict = tra.axis_dicts[static_cast<std::size_t>(std::countr_zero(axes))];
-            if (dict == nullptr || dict == last) continue;
-            dicts[count++] = dict;
-            last = dict;
-        }
+        for_each_axis_dictionary(tra, mask, [this](const VOK_DICT *d) {
+            dicts[count++] = d;
+            return false;
+        });
     }
     const VOK_DICT *const *begin() const { return dicts; }
     const VOK_DICT *const *end() const { return dicts + count; }

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <atomic>
+#include <bit>
 #include <cstdint>
 #include <exception>
 #include <mutex>
@@ -102,6 +103,19 @@ int _tra_first_axis(const TRA *tra);
 int _tra_create_lkt(TRA *tra);
 // Closes and frees every dictionary set of a translator.
 void _tra_free_tds(TRA *tra);
+
+// Visits the dictionary of every addressed axis in axis order, skipping axes without one and an
+// axis whose dictionary is the one just visited; visit returns true to stop.
+template <class Visit>
+void for_each_axis_dictionary(const TRA &tra, uint64_t mask, Visit &&visit) {
+    const VOK_DICT *last = nullptr;
+    for (uint64_t axes = mask; axes != 0; axes &= axes - 1) {
+        const VOK_DICT *d = tra.axis_dicts[static_cast<std::size_t>(std::countr_zero(axes))];
+        if (d == nullptr || d == last) continue;
+        last = d;
+        if (visit(d)) return;
+    }
+}
 
 // Holds the lookup lock for one translation, rebuilding stale tables first. A failed rebuild
 // leaves the tables as far as they were built, stale stays set, and the translation goes on.

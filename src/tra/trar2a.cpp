@@ -23,24 +23,10 @@ const uint8_t *slot_value(RecordView record, int i) {
     return record.slot(i).value;
 }
 
-// Calls f(dictionary) for each addressed axis's dictionary, skipping an axis whose dictionary is
-// the one just asked; f returns true to stop.
-template <class F>
-void each_dictionary(const TRA *tra, uint64_t axis_mask, F &&f) {
-    const VOK_DICT *last = nullptr;
-    for (int axis = 0; axis < AXES; ++axis) {
-        if ((axis_mask >> axis & 1) == 0) continue;
-        const VOK_DICT *d = tra->axis_dicts[axis];
-        if (d == nullptr || d == last) continue;
-        last = d;
-        if (f(d)) return;
-    }
-}
-
 // The description of a register in the first addressed dictionary that has one.
 const char *register_comment(const TRA *tra, uint64_t axis_mask, const RegisterAddress &reg) {
     const char *found = nullptr;
-    each_dictionary(tra, axis_mask, [&](const VOK_DICT *d) {
+    for_each_axis_dictionary(*tra, axis_mask, [&](const VOK_DICT *d) {
         const char *c = vok_get_register_name(d, 2, reg.kind, reg.index, reg.subindex);
         if (c != nullptr && c[0] != '\0') found = c;
         return found != nullptr;
@@ -98,7 +84,7 @@ void assigned_value_format(const TRA *tra, uint64_t axis_mask, const RegisterAdd
         return;
     }
     const uint32_t subindex = dest.subindex + static_cast<uint32_t>(k);
-    each_dictionary(tra, axis_mask, [&](const VOK_DICT *d) {
+    for_each_axis_dictionary(*tra, axis_mask, [&](const VOK_DICT *d) {
         if (!vok_register_exists(d, dest.kind, dest.index, subindex)) return false;
         *format = vok_get_register_format(d, dest.kind, dest.index, subindex);
         *convert = vok_register_is_iso(d, dest.kind, dest.index, subindex) != 0;
@@ -217,7 +203,7 @@ int _tra_write_params(TRA *tra, Text &out, RecordView record, int count, uint64_
     const uint32_t command = static_cast<uint32_t>(code);
     bool vector = false;
     if (code >= 0)
-        each_dictionary(tra, axis_mask, [&](const VOK_DICT *d) {
+        for_each_axis_dictionary(*tra, axis_mask, [&](const VOK_DICT *d) {
             vector = vector || vok_command_has_vector_params(d, command) != 0;
             return false;
         });
@@ -237,7 +223,7 @@ int _tra_write_params(TRA *tra, Text &out, RecordView record, int count, uint64_
                 if (group >= 0) out.append(',');
                 ++group;
                 bracket = false;
-                each_dictionary(tra, axis_mask, [&](const VOK_DICT *d) {
+                for_each_axis_dictionary(*tra, axis_mask, [&](const VOK_DICT *d) {
                     bracket = vok_param_is_vector(d, command, group) != 0;
                     return bracket;
                 });
@@ -273,7 +259,7 @@ int _tra_write_params(TRA *tra, Text &out, RecordView record, int count, uint64_
             int format = VOK_FORMAT_DECIMAL;
             bool convert = false;
             if (name != nullptr && code >= 0)
-                each_dictionary(tra, axis_mask, [&](const VOK_DICT *d) {
+                for_each_axis_dictionary(*tra, axis_mask, [&](const VOK_DICT *d) {
                     int f = vok_get_param_format(d, command, i);
                     if (f == 0) return false;
                     format = f;
@@ -287,7 +273,7 @@ int _tra_write_params(TRA *tra, Text &out, RecordView record, int count, uint64_
 
     if (comments_wanted(tra) && code >= 0) {
         const char *found = nullptr;
-        each_dictionary(tra, axis_mask, [&](const VOK_DICT *d) {
+        for_each_axis_dictionary(*tra, axis_mask, [&](const VOK_DICT *d) {
             const char *c = vok_get_command_name(d, 2, command);
             if (c != nullptr && c[0] != '\0') found = c;
             return found != nullptr;
@@ -332,7 +318,7 @@ int _tra_rec2asc_exec(TRA *tra, char *text, const TRA_RECORD *record, uint64_t a
             // A string or address register assigned over several elements comes back whole,
             // unless another register stands among the values.
             const RegisterAddress dest = command_register(rec.tag(0), rec.value32(0));
-            each_dictionary(tra, axis_mask, [&](const VOK_DICT *d) {
+            for_each_axis_dictionary(*tra, axis_mask, [&](const VOK_DICT *d) {
                 int f = vok_get_register_format(d, dest.kind, dest.index, 0);
                 string_form = string_form || f == VOK_FORMAT_STRING;
                 ip_form = ip_form || f == VOK_FORMAT_IP;

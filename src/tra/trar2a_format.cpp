@@ -397,16 +397,12 @@ int _tra_format_register(TRA *tra, Text *out, int64_t axis_mask, const RegisterA
 
     // Length, rows and columns over the addressed axes, each dictionary asked once.
     int length = 0, r = 1, c = 1;
-    const VOK_DICT *last = nullptr;
-    for (int axis = 0; axis < AXES; ++axis) {
-        if ((axes >> axis & 1) == 0) continue;
-        const VOK_DICT *d = tra->axis_dicts[axis];
-        if (d == nullptr || d == last) continue;
-        last = d;
+    for_each_axis_dictionary(*tra, axes, [&](const VOK_DICT *d) {
         length = std::max(length, vok_get_register_length(d, kind, reg.index));
         r = vok_get_register_rows(d, kind, reg.index);
         c = vok_get_register_columns(d, kind, reg.index);
-    }
+        return false;
+    });
     if (rows != nullptr) *rows = r;
     if (columns != nullptr) *columns = c;
 
