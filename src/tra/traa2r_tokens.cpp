@@ -180,9 +180,17 @@ Number _tra_read_number(const char *text) {
     bool overflow32 = !s.fits_signed(32) && !s.fits_unsigned(32);
     double d = 0;
     std::size_t dlen = 0;
-    const char *end = text + std::strlen(text);
-    auto [ptr, ec] = std::from_chars(text, end, d, std::chars_format::general);
-    if (ec == std::errc{}) dlen = static_cast<std::size_t>(ptr - text);
+    const char after = text[s.length];
+    if (s.length > 0 && text[lead] != '0' && after != '.' && after != 'E' && !s.overflow) {
+        // A decimal whole number without fraction or exponent reads as a double exactly as its
+        // integer value converts: no need for the general floating-point reader.
+        d = s.negative ? -static_cast<double>(s.magnitude) : static_cast<double>(s.magnitude);
+        dlen = s.length;
+    } else {
+        const char *end = text + std::strlen(text);
+        auto [ptr, ec] = std::from_chars(text, end, d, std::chars_format::general);
+        if (ec == std::errc{}) dlen = static_cast<std::size_t>(ptr - text);
+    }
     if (s.length == 0 && dlen == 0) return n;
 
     if (dlen > s.length) {

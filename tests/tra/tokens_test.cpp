@@ -1,6 +1,8 @@
 // The command text tokenizer: separators, words, names, numbers, axis lists, subscripts, integers.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+
 #include <cstring>
 #include <string>
 #include <vector>
@@ -116,6 +118,39 @@ TEST(Number, TagsValuesAndLength) {
         default:
             EXPECT_EQ(d, r.real) << r.text;
         }
+    }
+}
+
+// Whole numbers with a "D" or "F" suffix give the double that the standard conversion of their
+// digits gives, up to the 64-bit limits and around the last exact doubles.
+TEST(Number, WholeNumbersWithSuffixesReadAsTheStandardConversion) {
+    std::vector<std::string> digits = {"1",
+                                       "-1",
+                                       "7",
+                                       "123456789",
+                                       "-2147483648",
+                                       "4294967295",
+                                       "9007199254740993",
+                                       "-9007199254740993",
+                                       "18446744073709551615",
+                                       "-9223372036854775808"};
+    uint64_t x = 0x9E3779B97F4A7C15ull;
+    for (int i = 0; i < 200; ++i) {
+        x ^= x << 13, x ^= x >> 7, x ^= x << 17;
+        digits.push_back(std::to_string(x >> (i % 60)));
+    }
+    for (const std::string &d : digits) {
+        const double expected = std::strtod(d.c_str(), nullptr);
+        Number n = _tra_read_number((d + "D").c_str());
+        ASSERT_EQ(n.tag, TAG_DOUBLE) << d;
+        double got;
+        std::memcpy(&got, n.value, 8);
+        EXPECT_EQ(got, expected) << d;
+        n = _tra_read_number((d + "F").c_str());
+        ASSERT_EQ(n.tag, TAG_FLOAT) << d;
+        float f;
+        std::memcpy(&f, n.value, 4);
+        EXPECT_EQ(f, static_cast<float>(expected)) << d;
     }
 }
 
