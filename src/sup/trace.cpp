@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <cstring>
 
 namespace {
@@ -109,32 +108,20 @@ int sup_trace_format(char *buffer, int size) {
     if (buffer == nullptr || size <= 0) return 0;
     int used = 0;
     buffer[0] = '\0';
+    // sup_snprintf stops at the end of the buffer and counts only what it wrote.
     for (int i = 0; i < trace.count && used < size - 1; ++i) {
         const Frame &f = trace.frames[static_cast<std::size_t>(i)];
-        int room = size - used;
-        int n;
         if (i == 0)
-            n = std::snprintf(buffer + used, static_cast<std::size_t>(room), "%s:%d %s: %d %s",
-                              f.file.data(), f.line, f.function.data(), f.code, f.message.data());
+            used += sup_snprintf(buffer + used, size - used, "%s:%d %s: %d %s", f.file.data(),
+                                 f.line, f.function.data(), f.code, f.message.data());
         else
-            n = std::snprintf(buffer + used, static_cast<std::size_t>(room), "  from %s:%d %s",
-                              f.file.data(), f.line, f.function.data());
-        used += std::clamp(n, 0, room - 1);
-        for (const auto &d : f.details) {
-            if (d[0] == '\0' || used >= size - 1) continue;
-            n = std::snprintf(buffer + used, static_cast<std::size_t>(size - used), " (%s)",
-                              d.data());
-            used += std::clamp(n, 0, size - used - 1);
-        }
-        if (f.note[0] != '\0' && used < size - 1) {
-            n = std::snprintf(buffer + used, static_cast<std::size_t>(size - used), ": %s",
-                              f.note.data());
-            used += std::clamp(n, 0, size - used - 1);
-        }
-        if (used < size - 1) {
-            buffer[used++] = '\n';
-            buffer[used] = '\0';
-        }
+            used += sup_snprintf(buffer + used, size - used, "  from %s:%d %s", f.file.data(),
+                                 f.line, f.function.data());
+        for (const auto &d : f.details)
+            if (d[0] != '\0') used += sup_snprintf(buffer + used, size - used, " (%s)", d.data());
+        if (f.note[0] != '\0')
+            used += sup_snprintf(buffer + used, size - used, ": %s", f.note.data());
+        used += sup_snprintf(buffer + used, size - used, "\n");
     }
     return used;
 }

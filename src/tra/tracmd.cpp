@@ -49,29 +49,33 @@ extern "C" int tra_oxcom_translate_cmd_from_ascii_ex(TRA *tra, TRA_RECORD *recor
     return 0;
 }
 
-extern "C" int tra_oxcom_translate_cmd_to_ascii_ex(TRA *tra, const TRA_RECORD *record,
-                                                   uint64_t axis_mask, char *text, int size) {
-    static constexpr Tracer t{"tracmd", "tra_oxcom_translate_cmd_to_ascii_ex"};
+// The frame of both directions towards text: handle and destination tested, the record written
+// into the call's own buffer by `translate`, then delivered, cut where it does not fit.
+template <class Translate>
+int to_text(const Tracer &t, TRA *tra, char *text, int size, Translate &&translate) {
     if (!accepts(tra)) return t.fail(__LINE__, TRA_EBADPARAM);
     if (text == nullptr) return t.fail(__LINE__, TRA_EBADPARAM, "null destination text");
     char translated[REC_TEXT_SIZE];
     translated[0] = '\0';
-    int rc = _tra_rec2asc_ex(tra, translated, record, axis_mask, REC_TEXT_SIZE);
+    int rc = translate(translated);
     if (rc != 0) return t.pass(__LINE__, rc);
     deliver(t.function, text, size, translated);
     return 0;
+}
+
+extern "C" int tra_oxcom_translate_cmd_to_ascii_ex(TRA *tra, const TRA_RECORD *record,
+                                                   uint64_t axis_mask, char *text, int size) {
+    static constexpr Tracer t{"tracmd", "tra_oxcom_translate_cmd_to_ascii_ex"};
+    return to_text(t, tra, text, size, [&](char *translated) {
+        return _tra_rec2asc_ex(tra, translated, record, axis_mask, REC_TEXT_SIZE);
+    });
 }
 
 extern "C" int tra_oxcom_translate_rqs_to_ascii_ex(TRA *tra, const TRA_RECORD *request,
                                                    const TRA_RECORD *answer, uint64_t axis_mask,
                                                    char *text, int size) {
     static constexpr Tracer t{"tracmd", "tra_oxcom_translate_rqs_to_ascii_ex"};
-    if (!accepts(tra)) return t.fail(__LINE__, TRA_EBADPARAM);
-    if (text == nullptr) return t.fail(__LINE__, TRA_EBADPARAM, "null destination text");
-    char translated[REC_TEXT_SIZE];
-    translated[0] = '\0';
-    int rc = _tra_rec2asc2_ex(tra, translated, request, answer, axis_mask, REC_TEXT_SIZE);
-    if (rc != 0) return t.pass(__LINE__, rc);
-    deliver(t.function, text, size, translated);
-    return 0;
+    return to_text(t, tra, text, size, [&](char *translated) {
+        return _tra_rec2asc2_ex(tra, translated, request, answer, axis_mask, REC_TEXT_SIZE);
+    });
 }

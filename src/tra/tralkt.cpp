@@ -143,7 +143,7 @@ void add_absent_axes(std::vector<LookupEntry> &table, uint64_t present) {
 }
 
 // Both generic passes of one table over the generic products, with their trace lines.
-int build_generic(TRA *tra, std::vector<LookupEntry> &table, bool commands, const Tracer &t,
+int build_generic(std::vector<LookupEntry> &table, bool commands, const Tracer &t,
                   const VokLines &lines) {
     for (uint32_t p : GENERIC_PRODUCTS) {
         uint32_t version = vok_get_default_version(p);
@@ -158,7 +158,6 @@ int build_generic(TRA *tra, std::vector<LookupEntry> &table, bool commands, cons
                      vok_is_axis63_product(p) != 0, commands);
         vok_close(&h);
     }
-    (void)tra;
     return 0;
 }
 
@@ -256,14 +255,14 @@ int _tra_create_lkt(TRA *tra) {
     }
 
     tra->registers.reserve(64);
-    int rc = build_generic(tra, tra->registers, false, t, {319, 311, 315, 307, 323, 327, 331});
+    int rc = build_generic(tra->registers, false, t, {319, 311, 315, 307, 323, 327, 331});
     if (rc != 0) return rc;
     build_axes(tra, tra->registers, false);
     tra->registers.shrink_to_fit();
     add_absent_axes(tra->registers, present);
 
     tra->commands.reserve(64);
-    rc = build_generic(tra, tra->commands, true, t, {531, 523, 527, 519, 535, 539, 543});
+    rc = build_generic(tra->commands, true, t, {531, 523, 527, 519, 535, 539, 543});
     if (rc != 0) return rc;
     build_axes(tra, tra->commands, true);
     tra->commands.shrink_to_fit();

@@ -8,8 +8,9 @@ extern "C" {
 int tra_create_register_traductor_o(TRA **out, uint32_t product, uint32_t version,
                                     uint32_t ext_product, uint32_t ext_version, uint32_t flags) {
     static constexpr Tracer t{"trareg", "tra_create_register_traductor_o"};
-    return create_offline(t, {__LINE__, __LINE__, __LINE__}, out, KIND_REGISTER_OFFLINE, flags,
-                          {product, version, ext_product, ext_version}, nullptr);
+    // One trace line for the base creation, one for the configuration (and one for axis 63).
+    return create_offline(t, {__LINE__, __LINE__ + 1, __LINE__ + 1}, out, KIND_REGISTER_OFFLINE,
+                          flags, {product, version, ext_product, ext_version}, nullptr);
 }
 
 int tra_create_register_traductor_o2(TRA **out, uint32_t product, uint32_t version,
