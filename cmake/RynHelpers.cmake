@@ -26,7 +26,7 @@ function(ryn_library)
         C_VISIBILITY_PRESET hidden CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
     target_include_directories(${obj} PUBLIC
         $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<INSTALL_INTERFACE:include>
-        PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
+        PRIVATE ${CMAKE_CURRENT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/src)
     target_link_libraries(${obj} PUBLIC ${A_PUBLIC_LIBS} PRIVATE ryn_warnings ${A_PRIVATE_LIBS})
 
     add_library(ryn_${A_NAME} SHARED $<TARGET_OBJECTS:${obj}>)
@@ -39,7 +39,7 @@ function(ryn_library)
 
     add_library(ryn_${A_NAME}_internal STATIC $<TARGET_OBJECTS:${obj}>)
     target_include_directories(ryn_${A_NAME}_internal PUBLIC
-        ${PROJECT_SOURCE_DIR}/include ${CMAKE_CURRENT_SOURCE_DIR})
+        ${PROJECT_SOURCE_DIR}/include ${CMAKE_CURRENT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/src)
     target_link_libraries(ryn_${A_NAME}_internal PUBLIC ${A_PUBLIC_LIBS} ${A_PRIVATE_LIBS})
 
     install(TARGETS ryn_${A_NAME} EXPORT ryn-targets

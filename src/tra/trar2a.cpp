@@ -19,7 +19,7 @@ bool is_float_class(uint32_t tag) {
 }
 
 // The value bytes of a slot as the formatters take them.
-const uint8_t *slot_value(RecordView record, int i) {
+const uint8_t *slot_value(ConstRecordView record, int i) {
     return record.slot(i).value;
 }
 
@@ -60,7 +60,7 @@ const Operation *find_operation(int32_t code) {
 }
 
 // Registers and answers of kind 18 and 19 are written as their raw values.
-void write_raw_dump(Text &out, RecordView record, int count, int first) {
+void write_raw_dump(Text &out, ConstRecordView record, int count, int first) {
     out.appendf("[%02X]", record.header().kind);
     for (int i = first; i < count; ++i) {
         const char sep = i == first ? '=' : ',';
@@ -96,9 +96,9 @@ void assigned_value_format(const TRA *tra, uint64_t axis_mask, const RegisterAdd
 
 } // namespace
 
-int _tra_write_assignment(TRA *tra, Text &out, RecordView record, int count, uint64_t axis_mask,
-                          int32_t code, const char *symbol, const char *word, bool string_form,
-                          bool ip_form) {
+int _tra_write_assignment(TRA *tra, Text &out, ConstRecordView record, int count,
+                          uint64_t axis_mask, int32_t code, const char *symbol, const char *word,
+                          bool string_form, bool ip_form) {
     if (count < 1) return 0;
     const RegisterAddress dest = command_register(record.tag(0), record.value32(0));
     _tra_format_register(tra, &out, static_cast<int64_t>(axis_mask), dest, 1, 3, nullptr, nullptr);
@@ -137,7 +137,7 @@ int _tra_write_assignment(TRA *tra, Text &out, RecordView record, int count, uin
     return 0;
 }
 
-int _tra_write_vector_assignment(TRA *tra, Text &out, RecordView record, int count,
+int _tra_write_vector_assignment(TRA *tra, Text &out, ConstRecordView record, int count,
                                  uint64_t axis_mask, const char *symbol, const char *word) {
     // Slot 0 is the marker, slot 1 the element reference of the destination, then the values.
     if (count < 2) return 0;
@@ -189,7 +189,7 @@ int _tra_write_vector_assignment(TRA *tra, Text &out, RecordView record, int cou
     return 0;
 }
 
-int _tra_write_params(TRA *tra, Text &out, RecordView record, int count, uint64_t axis_mask,
+int _tra_write_params(TRA *tra, Text &out, ConstRecordView record, int count, uint64_t axis_mask,
                       int32_t code, const char *name, const char *after_name,
                       const char *second_separator) {
     if (static_cast<int64_t>(axis_mask) < 0) out.append('*');
@@ -289,7 +289,7 @@ int _tra_rec2asc_exec(TRA *tra, char *text, const TRA_RECORD *record, uint64_t a
     if (tra == nullptr || record == nullptr || text == nullptr || size < 1)
         return t.fail(__LINE__, TRA_EBADPARAM);
     Text out(text, size);
-    const RecordView rec = view(record);
+    const ConstRecordView rec = view(record);
     const int count = readable_slots(rec);
     const uint8_t kind = rec.header().kind;
     const int32_t command = rec.header().command;
@@ -354,8 +354,8 @@ int _tra_rec2asc2_exec(TRA *tra, char *text, const TRA_RECORD *request, const TR
         return t.fail(__LINE__, TRA_EBADPARAM);
     if (_tra_single_axis(axis_mask) < 0)
         return t.fail(__LINE__, TRA_EBADPARAM, "the axis mask must name exactly one axis");
-    const RecordView q = view(request);
-    const RecordView a = view(answer);
+    const ConstRecordView q = view(request);
+    const ConstRecordView a = view(answer);
     const uint8_t kind = q.header().kind;
     if (a.header().kind != kind)
         return t.fail(__LINE__, TRA_EBADPARAM, "the answer is of another record kind");

@@ -111,17 +111,17 @@ int _tra_rec2asc2_ex(TRA *tra, char *text, const TRA_RECORD *request, const TRA_
                      uint64_t axis_mask, int size = REC_TEXT_SIZE);
 
 // Writers of the record forms; record is a view of a record with `count` readable slots.
-int _tra_write_assignment(TRA *tra, Text &out, RecordView record, int count, uint64_t axis_mask,
-                          int32_t code, const char *symbol, const char *word, bool string_form,
-                          bool ip_form);
-int _tra_write_vector_assignment(TRA *tra, Text &out, RecordView record, int count,
+int _tra_write_assignment(TRA *tra, Text &out, ConstRecordView record, int count,
+                          uint64_t axis_mask, int32_t code, const char *symbol, const char *word,
+                          bool string_form, bool ip_form);
+int _tra_write_vector_assignment(TRA *tra, Text &out, ConstRecordView record, int count,
                                  uint64_t axis_mask, const char *symbol, const char *word);
-int _tra_write_params(TRA *tra, Text &out, RecordView record, int count, uint64_t axis_mask,
+int _tra_write_params(TRA *tra, Text &out, ConstRecordView record, int count, uint64_t axis_mask,
                       int32_t code, const char *name, const char *after_name,
                       const char *second_separator);
 
 // Slots of a record that may be read: its count byte, never more than a record can hold.
-inline int readable_slots(RecordView record) {
+inline int readable_slots(ConstRecordView record) {
     int n = record.header().count;
     return n > TRA_RECORD_MAX_SLOTS ? TRA_RECORD_MAX_SLOTS : n;
 }

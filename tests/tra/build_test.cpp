@@ -22,7 +22,7 @@ constexpr uint64_t ALL = ~uint64_t(0);
 
 // A record as "count/command/kind tag:value ..." with tags and 64-bit values in hexadecimal.
 std::string dump(const uint8_t *bytes) {
-    RecordView r{const_cast<uint8_t *>(bytes)};
+    ConstRecordView r{bytes};
     std::string s = std::to_string(r.header().count) + "/" + std::to_string(r.header().command) +
                     "/" + std::to_string(r.header().kind);
     for (int i = 0; i < r.header().count; ++i) {
@@ -364,8 +364,7 @@ TEST_F(Builder, StreamAxesDecideWhereTheFirstAliasHolds) {
     ASSERT_EQ(tra_create_direct_traductor_o2(&o2, 32, 0x03128100, 0, 0, 51, 0x02018000, 0, 0, 0),
               0);
     auto *rec = reinterpret_cast<TRA_RECORD *>(record.data());
-    EXPECT_EQ(tra_oxcom_translate_cmd_from_ascii_ex(o2, rec, 65, &count, &mask, "*SYNC_PER=5"),
-              0);
+    EXPECT_EQ(tra_oxcom_translate_cmd_from_ascii_ex(o2, rec, 65, &count, &mask, "*SYNC_PER=5"), 0);
     o2->download_axis_mask = 0x6;
     ASSERT_EQ(tra_set_flags(o2, TRA_FDOWNLOAD_AXES), 0);
     EXPECT_EQ(tra_oxcom_translate_cmd_from_ascii_ex(o2, rec, 65, &count, &mask, "*SYNC_PER=5"),

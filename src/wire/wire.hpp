@@ -1,0 +1,234 @@
+// The command record as it travels on the drives' bus, shared by the translator, the bus library
+// and the simulated drive: header and slots, little-endian access, register and element reference
+// encodings, record kinds, the named command numbers and the value classes of type tags.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <type_traits>
+
+namespace ryn::wire {
+
+inline constexpr int RECORD_HEADER_SIZE = 8;
+inline constexpr int RECORD_SLOT_SIZE = 16;
+inline constexpr int RECORD_MAX_SLOTS = 65;
+inline constexpr int RECORD_MAX_SIZE = RECORD_HEADER_SIZE + RECORD_SLOT_SIZE * RECORD_MAX_SLOTS;
+
+// Byte size of a record with room for `slots` slots; 0 for a count outside 0..65.
+constexpr int record_size(int slots) {
+    return slots < 0 || slots > RECORD_MAX_SLOTS ? 0
+                                                 : RECORD_HEADER_SIZE + RECORD_SLOT_SIZE * slots;
+}
+static_assert(RECORD_MAX_SIZE == 1048);
+
+// Header of a record. Read as one little-endian 32-bit word: the slot count in the low byte, the
+// gate in bits 8..10, the status bit 0x4000, the drives' acknowledge 0x8000, the command number's
+// low byte in byte 2 and the record kind in the high byte.
+struct RecordHeader {
+    uint8_t count;   // parameter slots in use
+    uint8_t gate;    // bits 0..2 the gate; bit 6 status (0x4000 of the word), bit 7 acknowledge
+    uint8_t command; // command number, low 8 bits
+    uint8_t kind;    // record kind; for commands 32 + (command >> 8), 24 + ... with "!"
+    uint8_t zero[4];
+};
+static_assert(sizeof(RecordHeader) == RECORD_HEADER_SIZE &&
+              std::is_standard_layout_v<RecordHeader>);
+static_assert(offsetof(RecordHeader, count) == 0 && offsetof(RecordHeader, gate) == 1 &&
+              offsetof(RecordHeader, command) == 2 && offsetof(RecordHeader, kind) == 3);
+
+// Bits of the header word.
+inline constexpr uint32_t HEADER_ACK = 0x8000;    // the drives acknowledged the record
+inline constexpr uint32_t HEADER_STATUS = 0x4000; // some drive reported an error
+inline constexpr uint32_t HEADER_GATE_MASK = 0x0700;
+
+// One parameter slot: a 32-bit type tag, 4 zero bytes, an 8-byte value.
+struct RecordSlot {
+    uint8_t tag[4];
+    uint8_t zero[4];
+    uint8_t value[8];
+};
+static_assert(sizeof(RecordSlot) == RECORD_SLOT_SIZE && std::is_standard_layout_v<RecordSlot>);
+static_assert(offsetof(RecordSlot, tag) == 0 && offsetof(RecordSlot, value) == 8);
+
+// Record kinds.
+inline constexpr uint8_t REC_READ = 18;          // register read list ("multiple record")
+inline constexpr uint8_t REC_VECTOR_READ = 19;   // read of a vector register
+inline constexpr uint8_t REC_BANG_COMMAND = 24;  // command with the "!" prefix (+ page)
+inline constexpr uint8_t REC_BANG_ELEMENTS = 30; // element assignment with "!"
+inline constexpr uint8_t REC_COMMAND = 32;       // command (+ page)
+inline constexpr uint8_t REC_ELEMENTS = 38;      // element assignment
+
+// A request from the drives' side of the exchange: register reads of either kind.
+constexpr bool is_request_kind(uint32_t kind) {
+    return kind == REC_READ || kind == REC_VECTOR_READ;
+}
+
+// Named command numbers (page * 256 + number).
+inline constexpr int32_t CMD_ADD = 91;              // "+="
+inline constexpr int32_t CMD_SUBTRACT = 92;         // "-="
+inline constexpr int32_t CMD_MULTIPLY = 93;         // "*="
+inline constexpr int32_t CMD_DIVIDE = 94;           // "/="
+inline constexpr int32_t CMD_COMPOUND_LAST = 101;   // 91..101: compound operators
+inline constexpr int32_t CMD_INCREMENT = 114;       // "++"
+inline constexpr int32_t CMD_DECREMENT = 115;       // "--"
+inline constexpr int32_t CMD_CONVERT = 122;         // assignment with conversion
+inline constexpr int32_t CMD_SET = 123;             // register assignment
+inline constexpr int32_t CMD_SET_LIST = 125;        // assignment of several elements
+inline constexpr int32_t CMD_STEP = 129;            // "STE=", "STE+=", "STE-="
+inline constexpr int32_t CMD_COMPOUND2_FIRST = 172; // 172..174: more compound operators
+inline constexpr int32_t CMD_COMPOUND2_LAST = 174;
+inline constexpr int32_t CMD_ELEMENT_ASSIGN = 1537; // page 6, number 1: kinds 38 and 30
+inline constexpr int32_t CMD_SET_VERSION = 20;      // writes a register version slot
+inline constexpr int32_t CMD_SAVE = 48;             // SAV
+inline constexpr int32_t CMD_RESET = 79;            // RST
+inline constexpr int32_t CMD_POWER = 124;           // PWR
+inline constexpr int32_t CMD_MOVE = 160;            // MVE
+
+// A plain register assignment, the only command a parameter download sends.
+constexpr bool is_assignment(int32_t cmd) {
+    return cmd == CMD_SET || cmd == CMD_SET_LIST;
+}
+// A compound assignment operator ("+=", "&=", ...).
+constexpr bool is_compound(int32_t cmd) {
+    return (cmd >= CMD_ADD && cmd <= CMD_COMPOUND_LAST) ||
+           (cmd >= CMD_COMPOUND2_FIRST && cmd <= CMD_COMPOUND2_LAST);
+}
+
+// Value classes: bits 5 and 6 of a type tag or kind word.
+inline constexpr uint32_t VALUE_CLASS_MASK = 0x60;
+inline constexpr uint32_t CLASS_INT32 = 0x00;
+inline constexpr uint32_t CLASS_FLOAT = 0x20;
+inline constexpr uint32_t CLASS_INT64 = 0x40;
+inline constexpr uint32_t CLASS_DOUBLE = 0x60;
+inline constexpr uint32_t TYPE_CODE_MASK = 0x1F;
+
+constexpr uint32_t value_class(uint32_t tag) {
+    return tag & VALUE_CLASS_MASK;
+}
+// A value of this class takes all 8 bytes of the slot value.
+constexpr bool is_wide_class(uint32_t value_class) {
+    return (value_class & CLASS_INT64) != 0;
+}
+
+// Little-endian loads and stores, whatever the host.
+inline uint32_t load_u32(const uint8_t *p) {
+    return uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24;
+}
+inline uint64_t load_u64(const uint8_t *p) {
+    return load_u32(p) | uint64_t(load_u32(p + 4)) << 32;
+}
+inline void store_u32(uint8_t *p, uint32_t v) {
+    for (int i = 0; i < 4; ++i)
+        p[i] = static_cast<uint8_t>(v >> (8 * i));
+}
+inline void store_u64(uint8_t *p, uint64_t v) {
+    store_u32(p, static_cast<uint32_t>(v));
+    store_u32(p + 4, static_cast<uint32_t>(v >> 32));
+}
+
+// A view of a record in a caller's buffer; Byte is uint8_t for a writable record and
+// const uint8_t for one that is only read.
+template <typename Byte>
+struct BasicRecordView {
+    Byte *bytes;
+
+    uint32_t word() const { return load_u32(bytes); }
+    int count() const { return bytes[0]; }
+    uint32_t kind() const { return bytes[3]; }
+    uint32_t command_byte() const { return bytes[2]; }
+    const Byte *slot_bytes(int i) const {
+        return bytes + RECORD_HEADER_SIZE + RECORD_SLOT_SIZE * i;
+    }
+    uint32_t tag(int i) const { return load_u32(slot_bytes(i)); }
+    uint32_t value32(int i) const { return load_u32(slot_bytes(i) + 8); }
+    uint64_t value64(int i) const { return load_u64(slot_bytes(i) + 8); }
+    int size() const { return record_size(count()); }
+
+    using Header = std::conditional_t<std::is_const_v<Byte>, const RecordHeader, RecordHeader>;
+    using Slot = std::conditional_t<std::is_const_v<Byte>, const RecordSlot, RecordSlot>;
+    Header &header() const { return *reinterpret_cast<Header *>(bytes); }
+    Slot &slot(int i) const {
+        return *reinterpret_cast<Slot *>(bytes + RECORD_HEADER_SIZE + RECORD_SLOT_SIZE * i);
+    }
+
+    // Writers, for writable records only.
+    void set_word(uint32_t w) const requires(!std::is_const_v<Byte>) { store_u32(bytes, w); }
+    void set_tag(int i, uint32_t tag) const requires(!std::is_const_v<Byte>) {
+        store_u32(bytes + RECORD_HEADER_SIZE + RECORD_SLOT_SIZE * i, tag);
+    }
+    void set_value32(int i, uint32_t v) const requires(!std::is_const_v<Byte>) {
+        store_u32(bytes + RECORD_HEADER_SIZE + RECORD_SLOT_SIZE * i + 8, v);
+    }
+    void set_value64(int i, uint64_t v) const requires(!std::is_const_v<Byte>) {
+        store_u64(bytes + RECORD_HEADER_SIZE + RECORD_SLOT_SIZE * i + 8, v);
+    }
+    void clear(int capacity) const requires(!std::is_const_v<Byte>) {
+        std::memset(bytes, 0,
+                    static_cast<std::size_t>(RECORD_HEADER_SIZE + RECORD_SLOT_SIZE * capacity));
+    }
+};
+using RecordView = BasicRecordView<uint8_t>;
+using ConstRecordView = BasicRecordView<const uint8_t>;
+
+// A register reference in a slot's first 32-bit word: 16-bit index, 8-bit first subscript,
+// 7-bit axis field, bit 31 zero.
+struct RegisterRef {
+    uint32_t index;
+    uint32_t subscript;
+    uint32_t axis;
+};
+constexpr uint32_t encode_register(uint32_t index, uint32_t subscript, uint32_t axis) {
+    return (index & 0xFFFF) | (subscript & 0xFF) << 16 | (axis & 0x7F) << 24;
+}
+constexpr RegisterRef decode_register(uint32_t word) {
+    return {word & 0xFFFF, word >> 16 & 0xFF, word >> 24 & 0x7F};
+}
+// Destination of an assignment (123, 125): the 7-bit axis field holds 64 whatever the token held.
+constexpr uint32_t encode_destination(uint32_t index, uint32_t subscript) {
+    return encode_register(index, subscript, 64);
+}
+
+// An element reference (kinds 30 and 38): 24-bit index, 24-bit element, bit 62 set.
+constexpr uint64_t encode_element(uint32_t index, uint32_t element) {
+    return uint64_t(index & 0xFFFFFF) | uint64_t(element & 0xFFFFFF) << 24 | uint64_t(1) << 62;
+}
+inline constexpr uint32_t ELEMENT_REF_TAG_BIT = 0x00010000; // third byte of the tag: 1
+
+// A register given as a value of an element assignment: 24-bit index, 24-bit row, 7-bit axis.
+constexpr uint64_t encode_element_value_register(uint32_t index, uint32_t row, uint32_t axis) {
+    return uint64_t(index & 0xFFFFFF) | uint64_t(row & 0xFFFFFF) << 24 |
+           uint64_t(axis & 0x7F) << 56;
+}
+
+// Register version slots: type 3, index 282, subindex = slot (3..10).
+inline constexpr uint32_t VERSION_TYPE = 3;
+inline constexpr uint32_t VERSION_INDEX = 282;
+
+// Drive, extension card and bus information records handed out by the bus library.
+struct DriveInfo {
+    uint32_t size; // 76
+    uint32_t product;
+    uint32_t boot_revision;
+    uint32_t serial;
+    uint32_t version;
+    uint32_t reserved[14];
+};
+static_assert(sizeof(DriveInfo) == 76 && offsetof(DriveInfo, version) == 16);
+struct ExtInfo {
+    uint32_t size; // 20
+    uint32_t product;
+    uint32_t boot_revision;
+    uint32_t serial;
+    uint32_t version;
+};
+static_assert(sizeof(ExtInfo) == 20 && offsetof(ExtInfo, version) == 16);
+struct BusInfo {
+    uint32_t size;  // 12
+    uint32_t flags; // BUS_NO_PRESENCE_FILTER
+    uint32_t reserved;
+};
+static_assert(sizeof(BusInfo) == 12 && offsetof(BusInfo, flags) == 4);
+inline constexpr uint32_t BUS_NO_PRESENCE_FILTER = 0x40;
+
+} // namespace ryn::wire
