@@ -6,6 +6,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "ryn/tra.h"
 #include "ryn/vok.h"
@@ -94,6 +95,28 @@ class DriveTest : public ::testing::Test {
         uint64_t v = 0;
         EXPECT_EQ(drive_->read(kind, index, sub, &v), 0);
         return v;
+    }
+
+    // Every element of the drive's memory, in the order of the dictionary's types and indexes.
+    std::vector<uint64_t> snapshot() const {
+        std::vector<uint64_t> all;
+        const sim::Identity &id = drive_->identity();
+        VOK_DICT *d = nullptr;
+        EXPECT_EQ(vok_open(&d, id.product, id.version, id.ext_product, id.ext_version), 0);
+        for (uint32_t kind = 0; kind < VOK_TYPE_COUNT; ++kind) {
+            const auto count = static_cast<uint32_t>(vok_get_register_count(d, kind));
+            const auto subcount = static_cast<uint32_t>(vok_get_subindex_count(d, kind));
+            for (uint32_t index = 0; index < count; ++index)
+                for (uint32_t sub = 0; sub < subcount; ++sub) {
+                    uint64_t v = 0;
+                    if (drive_->read(kind, index, sub, &v) == 0) all.push_back(v);
+                }
+        }
+        uint64_t accumulator = 0;
+        EXPECT_EQ(drive_->read(1, 65535, 0, &accumulator), 0);
+        all.push_back(accumulator);
+        vok_close(&d);
+        return all;
     }
 
     std::unique_ptr<sim::Drive> drive_;
