@@ -51,6 +51,15 @@ constexpr uint32_t element_index(uint64_t v) {
 constexpr uint32_t element_number(uint64_t v) {
     return static_cast<uint32_t>(v >> 24 & 0xFFFFFF);
 }
+// The page of a command record's kind: 32 + page, or 24 + page with "!". Pages run to 56, so
+// the two ranges overlap; the pages used with "!" are the low ones (24..31) and the last (80).
+constexpr int command_page(uint32_t kind) {
+    constexpr uint32_t LAST_PAGE = 56;
+    if (kind >= REC_BANG_COMMAND && kind < REC_COMMAND) return int(kind - REC_BANG_COMMAND);
+    if (kind == REC_BANG_COMMAND + LAST_PAGE) return int(LAST_PAGE);
+    if (kind >= REC_COMMAND && kind <= REC_COMMAND + LAST_PAGE) return int(kind - REC_COMMAND);
+    return -1;
+}
 constexpr bool is_register_tag(uint32_t tag) {
     return (tag & TYPE_CODE_MASK) != 0;
 }
@@ -200,10 +209,8 @@ void DriveImpl::execute(ConstRecordView q, RecordView a, uint64_t now_us) {
         ok = execute_read(q, a, n);
     } else if (kind == REC_VECTOR_READ) {
         ok = execute_vector_read(q, a, n);
-    } else if (kind >= REC_BANG_COMMAND && kind < REC_COMMAND + 8) {
-        // Commands, with or without "!": the kind carries the command's page.
-        const uint32_t page = kind - (kind >= REC_COMMAND ? REC_COMMAND : REC_BANG_COMMAND);
-        const auto command = static_cast<int32_t>(page << 8 | q.command_byte());
+    } else if (const int page = command_page(kind); page >= 0) {
+        const auto command = static_cast<int32_t>(uint32_t(page) << 8 | q.command_byte());
         if (command == CMD_ELEMENT_ASSIGN)
             ok = execute_elements(q, n);
         else if (!known_command(command))

@@ -54,7 +54,8 @@ INSTANTIATE_TEST_SUITE_P(Commands, Refusals,
                          ::testing::Values(
                              // Unknown command numbers and record kinds.
                              "[MASK:1,GATE:0,CMD:250,REC:32]", "[MASK:1,GATE:0,CMD:1,REC:5]",
-                             "[MASK:1,GATE:0,CMD:0,REC:39]",
+                             "[MASK:1,GATE:0,CMD:0,REC:39]", "[MASK:1,GATE:0,CMD:0,REC:89]",
+                             "[MASK:1,GATE:0,CMD:0,REC:23]", "[MASK:1,GATE:0,CMD:2,REC:38]",
                              // Parameters out of range, outside their enumeration, or too many.
                              "[IND.0=36]", "[PWR.0=2]", "[SAV.0=4]", "[SVR.0=11,1]", "[SVR.0=2,1]",
                              "[PWR.0=1,1]", "[MASK:1,GATE:0,CMD:124,REC:32,TYP:2,PAR:0x0D0001]",
