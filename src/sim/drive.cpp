@@ -232,6 +232,7 @@ void DriveImpl::execute(ConstRecordView q, RecordView a, uint64_t now_us) {
 // Kind 18: each slot names a register element; the answer holds its value in the slot, the tag
 // (the register's kind word, so its value class) unchanged.
 bool DriveImpl::execute_read(ConstRecordView q, RecordView a, int n) {
+    if (n == 0) return false; // a read names at least one register
     for (int i = 0; i < n; ++i) {
         const uint32_t tag = q.tag(i);
         if (!is_register_tag(tag)) return false;
@@ -251,6 +252,7 @@ bool DriveImpl::execute_read(ConstRecordView q, RecordView a, int n) {
 // Kind 19: slot 0 is the marker, every further slot an element reference (the tag's low byte the
 // register's kind word); each becomes the element's value.
 bool DriveImpl::execute_vector_read(ConstRecordView q, RecordView a, int n) {
+    if (n < 2) return false;
     for (int i = 1; i < n; ++i) {
         const uint32_t kind = q.tag(i) & 0x7F;
         if (!is_register_tag(kind)) return false;
@@ -300,16 +302,15 @@ bool DriveImpl::accepts(uint32_t kind, uint32_t index, uint32_t subindex, const 
 
 bool DriveImpl::assign(uint32_t kind, uint32_t index, uint32_t first, const uint64_t *values,
                        int count) {
-    Element elements[RECORD_MAX_SLOTS];
+    // Every element is checked before the first is written.
     for (int k = 0; k < count; ++k) {
         const uint32_t sub = first + static_cast<uint32_t>(k);
-        elements[k] = memory_.find(kind, index, sub);
+        const Element e = memory_.find(kind, index, sub);
         // Elements past a register's own count are held for reads only.
-        if (elements[k].place != Place::own || !accepts(kind, index, sub, elements[k], values[k]))
-            return false;
+        if (e.place != Place::own || !accepts(kind, index, sub, e, values[k])) return false;
     }
     for (int k = 0; k < count; ++k)
-        *elements[k].value = values[k];
+        *memory_.find(kind, index, first + static_cast<uint32_t>(k)).value = values[k];
     return true;
 }
 

@@ -166,4 +166,17 @@ TEST_F(DriveTest, MovesRefuseSpeedsAndAccelerationsThatAreNotPositive) {
     EXPECT_EQ(raw(3, 0) & MOVING, 0u);
 }
 
+TEST_F(DriveTest, APositionSetFromOutsideIsWhereTheNextMoveStarts) {
+    ASSERT_EQ(drive_->write(3, 7, 0, 0xFFFFFF9C), 0); // M7 = -100
+    EXPECT_EQ(ask("ML7.0,M7.0"), "ML7.0=-100L,M7.0=-100");
+    ASSERT_TRUE(execute("PWR.0=1").ack);
+    ASSERT_TRUE(execute("MVE.0=0L,100F,100D").ack);
+    now_us_ += 1000000;
+    EXPECT_EQ(ask("ML7.0"), "ML7.0=-50L");
+    // Setting it while the move runs ends the move.
+    ASSERT_EQ(drive_->write(0x63, 7, 0, ryn::sim::raw_of_double(7.0)), 0); // MD7
+    now_us_ += 1000000;
+    EXPECT_EQ(ask("M7.0,M0.0"), "M7.0=7,M0.0=1");
+}
+
 } // namespace

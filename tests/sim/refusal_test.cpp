@@ -48,6 +48,9 @@ INSTANTIATE_TEST_SUITE_P(
                       "[MASK:1,GATE:0,CMD:0,REC:18,TYP:2,PAR:0x80001]",
                       // A literal where a read needs a register; a register type that is absent.
                       "[MASK:1,GATE:0,CMD:0,REC:18,TYP:0,PAR:1]",
+                      // Reads of nothing.
+                      "[MASK:1,GATE:0,CMD:0,REC:18]",
+                      "[MASK:1,GATE:0,CMD:0,REC:19,TYP:0x10000,PAR:1]",
                       "[MASK:1,GATE:0,CMD:123,REC:32,TYP:12,PAR:0x40000001,TYP:0,PAR:1]"));
 
 INSTANTIATE_TEST_SUITE_P(Commands, Refusals,
