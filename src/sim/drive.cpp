@@ -567,13 +567,19 @@ int DriveImpl::write(uint32_t kind, uint32_t index, uint32_t subindex, uint64_t 
 
 } // namespace
 
-int Drive::create(const Identity &identity, int /*axis*/, std::unique_ptr<Drive> *out) {
+int Drive::create(const Identity &wanted, int /*axis*/, std::unique_ptr<Drive> *out) {
     if (out == nullptr) return VOK_EBADPARAM;
     out->reset();
+    // Versions 0 stand for the product's and the card's default versions.
+    Identity identity = wanted;
+    if (identity.version == 0) identity.version = vok_get_default_version(identity.product);
+    if (identity.ext_product == 0)
+        identity.ext_version = 0;
+    else if (identity.ext_version == 0)
+        identity.ext_version = vok_get_ext_product_default_version(identity.ext_product);
     VOK_DICT *dict = nullptr;
-    const uint32_t card = identity.ext_product;
-    int rc = vok_open(&dict, identity.product, identity.version, card,
-                      card == 0 ? 0 : identity.ext_version);
+    const int rc = vok_open(&dict, identity.product, identity.version, identity.ext_product,
+                            identity.ext_version);
     if (rc != 0) return rc;
     try {
         auto drive = std::make_unique<DriveImpl>(identity, dict);

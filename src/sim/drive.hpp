@@ -21,8 +21,9 @@ struct Identity {
 
 class Drive {
   public:
-    // Opens the drive's dictionary and fills its memory with the dictionary's defaults. Returns 0
-    // or the dictionary library's code (unknown product or version, incompatible card, ...).
+    // Opens the drive's dictionary and fills its memory with the dictionary's defaults. A version
+    // 0 takes the product's (or the card's) default version, which identity() then reports.
+    // Returns 0 or the dictionary library's code (unknown product or version, incompatible card).
     static int create(const Identity &identity, int axis, std::unique_ptr<Drive> *out);
     virtual ~Drive() = default;
 

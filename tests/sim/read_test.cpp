@@ -142,6 +142,10 @@ TEST(DriveCreation, RefusesConfigurationsTheDictionaryDoesNotKnow) {
     EXPECT_EQ(ryn::sim::Drive::create({1, 0x02058000, 0x22, 0x02008000, 0, 0}, 0, &d),
               VOK_EBADEXTVER);
     EXPECT_EQ(d, nullptr);
+    // Versions 0 are the defaults.
+    ASSERT_EQ(ryn::sim::Drive::create({32, 0, 0x22, 0, 0, 0}, 0, &d), 0);
+    EXPECT_EQ(d->identity().version, 0x03128100u);
+    EXPECT_EQ(d->identity().ext_version, 0x02008000u);
     EXPECT_EQ(ryn::sim::Drive::create({}, 0, nullptr), VOK_EBADPARAM);
 }
 
