@@ -40,17 +40,11 @@ constexpr int32_t CMD_HALT = 2;
 constexpr int32_t CMD_QUICK_STOP = 3;
 constexpr int32_t CMD_CLEAR_ERROR = 17;
 constexpr int32_t CMD_ABORT = 85;
-constexpr int32_t CMD_STEP_ADD = 114;
-constexpr int32_t CMD_STEP_SUBTRACT = 115;
 constexpr uint32_t ABSOLUTE_ADDRESS_TYPE = 7;
 
-// The element layouts of kinds 19, 30 and 38: 24-bit index and element number.
-constexpr uint32_t element_index(uint64_t v) {
-    return static_cast<uint32_t>(v & 0xFFFFFF);
-}
-constexpr uint32_t element_number(uint64_t v) {
-    return static_cast<uint32_t>(v >> 24 & 0xFFFFFF);
-}
+// A tag's kind word: type code and value class.
+constexpr uint32_t KIND_MASK = TYPE_CODE_MASK | VALUE_CLASS_MASK;
+
 // The page of a command record's kind: 32 + page, or 24 + page with "!". Pages run to 56, so
 // the two ranges overlap; the pages used with "!" are the low ones (24..31) and the last (80).
 constexpr int command_page(uint32_t kind) {
@@ -236,7 +230,7 @@ bool DriveImpl::execute_read(ConstRecordView q, RecordView a, int n) {
     for (int i = 0; i < n; ++i) {
         const uint32_t tag = q.tag(i);
         if (!is_register_tag(tag)) return false;
-        const uint32_t kind = tag & 0x7F;
+        const uint32_t kind = tag & KIND_MASK;
         uint64_t value = 0;
         if ((kind & TYPE_CODE_MASK) == ABSOLUTE_ADDRESS_TYPE) {
             // Absolute addresses reach the processor's memory, which is not simulated: they read 0.
@@ -254,11 +248,11 @@ bool DriveImpl::execute_read(ConstRecordView q, RecordView a, int n) {
 bool DriveImpl::execute_vector_read(ConstRecordView q, RecordView a, int n) {
     if (n < 2) return false;
     for (int i = 1; i < n; ++i) {
-        const uint32_t kind = q.tag(i) & 0x7F;
+        const uint32_t kind = q.tag(i) & KIND_MASK;
         if (!is_register_tag(kind)) return false;
-        const uint64_t ref = q.value64(i);
+        const ElementRef ref = decode_element(q.value64(i));
         uint64_t value;
-        if (!memory_.read(kind, element_index(ref), element_number(ref), &value)) return false;
+        if (!memory_.read(kind, ref.index, ref.element, &value)) return false;
         a.set_value64(i, value);
     }
     return true;
@@ -270,11 +264,12 @@ bool DriveImpl::operand(uint32_t tag, uint64_t value, bool element_layout, uint3
         *out = convert_class(narrow_to_class(value, tag), tag, to);
         return true;
     }
-    const uint32_t kind = tag & 0x7F;
+    const uint32_t kind = tag & KIND_MASK;
     uint32_t index, subindex;
     if (element_layout) {
-        index = element_index(value);
-        subindex = element_number(value);
+        const ElementRef e = decode_element(value);
+        index = e.index;
+        subindex = e.element;
     } else {
         const RegisterRef r = decode_register(static_cast<uint32_t>(value));
         index = r.index;
@@ -330,7 +325,7 @@ bool DriveImpl::assign_whole_type(uint32_t kind, uint64_t value) {
 // element on. Values of another class (122, or a register given as a value) are converted.
 bool DriveImpl::execute_assignment(ConstRecordView q, int n) {
     if (n < 1 || !is_register_tag(q.tag(0))) return false;
-    const uint32_t kind = q.tag(0) & 0x7F;
+    const uint32_t kind = q.tag(0) & KIND_MASK;
     const RegisterRef dest = decode_register(q.value32(0));
     uint64_t values[RECORD_MAX_SLOTS];
     const int count = n - 1;
@@ -344,7 +339,7 @@ bool DriveImpl::execute_assignment(ConstRecordView q, int n) {
 // 91..101 and 172..174: slot 0 the register element, slot 1 the operand.
 bool DriveImpl::execute_operator(int32_t command, ConstRecordView q, int n) {
     if (n != 2 || !is_register_tag(q.tag(0))) return false;
-    const uint32_t kind = q.tag(0) & 0x7F;
+    const uint32_t kind = q.tag(0) & KIND_MASK;
     const RegisterRef dest = decode_register(q.value32(0));
     const Element e = memory_.find(kind, dest.index, dest.subscript);
     uint64_t operand_value, result;
@@ -359,7 +354,7 @@ bool DriveImpl::execute_operator(int32_t command, ConstRecordView q, int n) {
 // element written, slots 2.. the values.
 bool DriveImpl::execute_elements(ConstRecordView q, int n) {
     if (n < 2) return false;
-    const uint32_t kind = q.tag(1) & 0x7F;
+    const uint32_t kind = q.tag(1) & KIND_MASK;
     if (!is_register_tag(kind)) return false;
     const uint64_t ref = q.value64(1);
     uint64_t values[RECORD_MAX_SLOTS];
@@ -367,7 +362,8 @@ bool DriveImpl::execute_elements(ConstRecordView q, int n) {
     for (int k = 0; k < count; ++k)
         if (!operand(q.tag(k + 2) & 0xFF, q.value64(k + 2), true, value_class(kind), &values[k]))
             return false;
-    return assign(kind, element_index(ref), element_number(ref), values, count);
+    const ElementRef dest = decode_element(ref);
+    return assign(kind, dest.index, dest.element, values, count);
 }
 
 bool DriveImpl::known_command(int32_t command) const {
@@ -479,14 +475,14 @@ bool DriveImpl::execute_command(int32_t command, ConstRecordView q, int n) {
         update_status();
         return true;
     case CMD_STEP:
-    case CMD_STEP_ADD:
-    case CMD_STEP_SUBTRACT: {
+    case CMD_INCREMENT:
+    case CMD_DECREMENT: {
         // A step moves the position at once, and only with the power stage on.
         if (!power_ || n < 1 || !param(command, q, 0, &p0)) return false;
         const auto step = static_cast<int64_t>(static_cast<int32_t>(p0));
         halt();
         const auto moved = static_cast<uint64_t>(position_) +
-                           static_cast<uint64_t>(command == CMD_STEP_SUBTRACT ? -step : step);
+                           static_cast<uint64_t>(command == CMD_DECREMENT ? -step : step);
         set_position(static_cast<int64_t>(moved), 0);
         update_status();
         return true;

@@ -3,7 +3,7 @@
 
 #include <cfloat>
 #include <cmath>
-#include <cstring>
+#include <functional>
 #include <limits>
 #include <type_traits>
 
@@ -15,28 +15,6 @@ using wire::CLASS_DOUBLE;
 using wire::CLASS_FLOAT;
 using wire::CLASS_INT32;
 using wire::CLASS_INT64;
-
-uint64_t raw_of_float(float value) {
-    uint32_t bits;
-    std::memcpy(&bits, &value, sizeof bits);
-    return bits;
-}
-uint64_t raw_of_double(double value) {
-    uint64_t bits;
-    std::memcpy(&bits, &value, sizeof bits);
-    return bits;
-}
-float float_of_raw(uint64_t raw) {
-    const auto bits = static_cast<uint32_t>(raw);
-    float value;
-    std::memcpy(&value, &bits, sizeof value);
-    return value;
-}
-double double_of_raw(uint64_t raw) {
-    double value;
-    std::memcpy(&value, &raw, sizeof value);
-    return value;
-}
 
 namespace {
 
@@ -69,87 +47,119 @@ bool is_floating(uint32_t value_class) {
     return (value_class & CLASS_FLOAT) != 0;
 }
 
-// Integer operators in the arithmetic of T (int32_t or int64_t), wrapping as the drive's
-// processor does.
-template <typename T>
-bool integer_operator(int32_t command, T a, T b, T *out) {
-    using U = std::make_unsigned_t<T>;
-    constexpr int width = std::numeric_limits<U>::digits;
-    const U ua = static_cast<U>(a), ub = static_cast<U>(b);
-    switch (command) {
-    case 91:
-        *out = static_cast<T>(ua + ub);
-        return true;
-    case 92:
-        *out = static_cast<T>(ua - ub);
-        return true;
-    case 93:
-        *out = static_cast<T>(ua * ub);
-        return true;
-    case 94:
-    case 101:
-        if (b == 0) return false;
-        // The one quotient that overflows wraps to the minimum; its remainder is 0.
-        if (b == -1) {
-            *out = command == 94 ? static_cast<T>(U{0} - ua) : T{0};
-            return true;
-        }
-        *out = command == 94 ? static_cast<T>(a / b) : static_cast<T>(a % b);
-        return true;
-    case 95:
-        *out = static_cast<T>(ua & ub);
-        return true;
-    case 96:
-        *out = static_cast<T>(ua | ub);
-        return true;
-    case 97:
-        *out = static_cast<T>(ua & ~ub);
-        return true;
-    case 98:
-        *out = static_cast<T>(ua | ~ub);
-        return true;
-    case 99:
-        *out = static_cast<T>(ua ^ ub);
-        return true;
-    case 100:
-        *out = static_cast<T>(ua ^ ~ub);
-        return true;
-    case 172:
-    case 173:
-        if (b < 0 || b >= width) return false;
-        // ">>" keeps the sign (arithmetic shift), "<<" shifts the bits out.
-        *out = command == 172 ? static_cast<T>(a >> b) : static_cast<T>(ua << b);
-        return true;
-    case 174:
-        *out = static_cast<T>(~ub);
-        return true;
-    default:
-        return false;
+// An arithmetic operation in T: integers wrap as the drive's processor does (computed unsigned),
+// floating values keep their own arithmetic.
+template <typename T, typename Op>
+T arithmetic(T a, T b, Op op) {
+    if constexpr (std::is_integral_v<T>) {
+        using U = std::make_unsigned_t<T>;
+        return static_cast<T>(static_cast<U>(op(static_cast<U>(a), static_cast<U>(b))));
+    } else {
+        return op(a, b);
     }
 }
 
-template <typename F>
-bool floating_operator(int32_t command, F a, F b, F *out) {
+// Integer operators for T = int32_t or int64_t, floating ones for float or double.
+template <typename T>
+bool operate(int32_t command, T a, T b, T *out) {
     switch (command) {
     case 91:
-        *out = a + b;
+        *out = arithmetic(a, b, std::plus<>{});
         return true;
     case 92:
-        *out = a - b;
+        *out = arithmetic(a, b, std::minus<>{});
         return true;
     case 93:
-        *out = a * b;
+        *out = arithmetic(a, b, std::multiplies<>{});
         return true;
     case 94:
-        if (b == F{0}) return false;
-        *out = a / b;
-        return true;
     case 101:
-        if (b == F{0}) return false;
-        *out = std::fmod(a, b);
+        if (b == T{0}) return false;
+        if constexpr (std::is_integral_v<T>) {
+            // The one quotient that overflows wraps to the minimum; its remainder is 0.
+            if (b == T{-1}) {
+                *out = command == 94 ? arithmetic(T{0}, a, std::minus<>{}) : T{0};
+                return true;
+            }
+            *out = command == 94 ? static_cast<T>(a / b) : static_cast<T>(a % b);
+        } else {
+            *out = command == 94 ? a / b : std::fmod(a, b);
+        }
         return true;
     default:
-        return false; // bit operators have no meaning on floating values
+        break;
+    }
+    if constexpr (std::is_integral_v<T>) {
+        using U = std::make_unsigned_t<T>;
+        constexpr int width = std::numeric_limits<U>::digits;
+        const U ua = static_cast<U>(a), ub = static_cast<U>(b);
+        switch (command) {
+        case 95:
+            *out = static_cast<T>(ua & ub);
+            return true;
+        case 96:
+            *out = static_cast<T>(ua | ub);
+            return true;
+        case 97:
+            *out = static_cast<T>(ua & ~ub);
+            return true;
+        case 98:
+            *out = static_cast<T>(ua | ~ub);
+            return true;
+        case 99:
+            *out = static_cast<T>(ua ^ ub);
+            return true;
+        case 100:
+            *out = static_cast<T>(ua ^ ~ub);
+            return true;
+        case 172:
+        case 173:
+            if (b < 0 || b >= width) return false;
+            // ">>" keeps the sign (arithmetic shift), "<<" shifts the bits out.
+            *out = command == 172 ? static_cast<T>(a >> b) : static_cast<T>(ua << b);
+            return true;
+        case 174:
+            *out = static_cast<T>(~ub);
+            return true;
+        default:
+            return false;
+        }
+    }
+    return false; // bit operators have no meaning on floating values
+}
+
+// A raw value as T, and back.
+template <typename T>
+T load(uint64_t raw) {
+    if constexpr (std::is_same_v<T, float>)
+        return float_of_raw(raw);
+    else if constexpr (std::is_same_v<T, double>)
+        return double_of_raw(raw);
+    else
+        return static_cast<T>(raw); // the low word for int32_t
+}
+template <typename T>
+uint64_t store(T value) {
+    if constexpr (std::is_same_v<T, float>)
+        return raw_of_float(value);
+    else if constexpr (std::is_same_v<T, double>)
+        return raw_of_double(value);
+    else
+        return static_cast<std::make_unsigned_t<T>>(value);
+}
+
+// Calls f with a value of the C++ type of a value class.
+template <typename F>
+auto by_class(uint32_t value_class, F f) {
+    switch (value_class & wire::VALUE_CLASS_MASK) {
+    case CLASS_INT32:
+        return f(int32_t{});
+    case CLASS_INT64:
+        return f(int64_t{});
+    case CLASS_FLOAT:
+        return f(float{});
+    default:
+        return f(double{});
     }
 }
 
@@ -193,65 +203,28 @@ uint64_t convert_class(uint64_t raw, uint32_t from, uint32_t to) {
 }
 
 bool within_bounds(uint64_t raw, uint64_t min, uint64_t max, uint32_t value_class) {
-    switch (value_class & wire::VALUE_CLASS_MASK) {
-    case CLASS_INT32:
-        return in_range(int32_of_raw(raw), int32_of_raw(min), int32_of_raw(max));
-    case CLASS_INT64:
-        return in_range(static_cast<int64_t>(raw), static_cast<int64_t>(min),
-                        static_cast<int64_t>(max));
-    case CLASS_FLOAT:
-        return in_range(float_of_raw(raw), float_of_raw(min), float_of_raw(max));
-    default:
-        return in_range(double_of_raw(raw), double_of_raw(min), double_of_raw(max));
-    }
+    return by_class(value_class, [&](auto type) {
+        using T = decltype(type);
+        return in_range(load<T>(raw), load<T>(min), load<T>(max));
+    });
 }
 
 bool is_unbounded(uint64_t min, uint64_t max, uint32_t value_class) {
-    switch (value_class & wire::VALUE_CLASS_MASK) {
-    case CLASS_INT32:
-        return static_cast<uint32_t>(min) == 0 && static_cast<uint32_t>(max) == 0;
-    case CLASS_INT64:
-        return min == 0 && max == 0;
-    case CLASS_FLOAT:
-        return float_of_raw(min) == 0.0f && float_of_raw(max) == 0.0f;
-    default:
-        return double_of_raw(min) == 0.0 && double_of_raw(max) == 0.0;
-    }
+    return by_class(value_class, [&](auto type) {
+        using T = decltype(type);
+        return load<T>(min) == T{} && load<T>(max) == T{};
+    });
 }
 
 bool apply_operator(int32_t command, uint32_t value_class, uint64_t current, uint64_t operand,
                     uint64_t *result) {
-    switch (value_class & wire::VALUE_CLASS_MASK) {
-    case CLASS_INT32: {
-        int32_t r;
-        if (!integer_operator(command, int32_of_raw(current), int32_of_raw(operand), &r))
-            return false;
-        *result = raw_of_int32(r);
+    return by_class(value_class, [&](auto type) {
+        using T = decltype(type);
+        T r;
+        if (!operate(command, load<T>(current), load<T>(operand), &r)) return false;
+        *result = store(r);
         return true;
-    }
-    case CLASS_INT64: {
-        int64_t r;
-        if (!integer_operator(command, static_cast<int64_t>(current), static_cast<int64_t>(operand),
-                              &r))
-            return false;
-        *result = static_cast<uint64_t>(r);
-        return true;
-    }
-    case CLASS_FLOAT: {
-        float r;
-        if (!floating_operator(command, float_of_raw(current), float_of_raw(operand), &r))
-            return false;
-        *result = raw_of_float(r);
-        return true;
-    }
-    default: {
-        double r;
-        if (!floating_operator(command, double_of_raw(current), double_of_raw(operand), &r))
-            return false;
-        *result = raw_of_double(r);
-        return true;
-    }
-    }
+    });
 }
 
 } // namespace ryn::sim

@@ -2,16 +2,25 @@
 // classes, range tests and the compound assignment operators.
 #pragma once
 
+#include <bit>
 #include <cstdint>
 
 namespace ryn::sim {
 
 // A value is kept as 8 raw bytes: a 32-bit class in the low 4 (the high 4 zero), a 64-bit class
 // in all 8; floating values as their bit patterns.
-uint64_t raw_of_float(float value);
-uint64_t raw_of_double(double value);
-float float_of_raw(uint64_t raw);
-double double_of_raw(uint64_t raw);
+inline uint64_t raw_of_float(float value) {
+    return std::bit_cast<uint32_t>(value);
+}
+inline uint64_t raw_of_double(double value) {
+    return std::bit_cast<uint64_t>(value);
+}
+inline float float_of_raw(uint64_t raw) {
+    return std::bit_cast<float>(static_cast<uint32_t>(raw));
+}
+inline double double_of_raw(uint64_t raw) {
+    return std::bit_cast<double>(raw);
+}
 
 // The raw value of a slot's 8 value bytes read in a class: 4 bytes for the 32-bit classes.
 constexpr uint64_t narrow_to_class(uint64_t raw, uint32_t value_class) {

@@ -4,6 +4,8 @@
 namespace {
 
 using ryn::test::DriveTest;
+using ryn::test::ScriptCase;
+using ryn::test::Scripts;
 
 // The bits of the status word M0 (and M60).
 constexpr uint64_t POWER = 1, MOVING = 2, IN_PLACE = 4;
@@ -22,46 +24,25 @@ TEST_F(DriveTest, VersionSlotsReadBackAsMonitoringRegister282) {
     EXPECT_EQ(raw(3, 282, 5), 0u);
 }
 
-TEST_F(DriveTest, SaveThenResetRestoresTheSavedValues) {
-    ASSERT_TRUE(execute("K1.0=111").ack);
-    ASSERT_TRUE(execute("X7.0=7").ack);
-    ASSERT_TRUE(execute("SAV.0=0").ack);
-    ASSERT_TRUE(execute("K1.0=222").ack);
-    ASSERT_TRUE(execute("X7.0=8").ack);
-    ASSERT_TRUE(execute("RST.0").ack);
-    EXPECT_EQ(ask("K1.0,X7.0"), "K1.0=111,X7.0=7");
-}
-
-TEST_F(DriveTest, ResetWithoutSaveGoesBackToTheDefaults) {
-    ASSERT_TRUE(execute("K1.0=111").ack);
-    ASSERT_TRUE(execute("SVR.0=3,0x01008000").ack);
-    ASSERT_TRUE(execute("RST.0").ack);
-    EXPECT_EQ(ask("K1.0,M282:3.0"), "K1.0=1000,M282:3.0=0");
-}
-
-// SAV with a selection saves only that family (all its value classes).
-struct SaveCase {
-    const char *save;
-    const char *expected; // K1, KF1, C5, X7 after RST
-};
-
-class Saves : public DriveTest, public ::testing::WithParamInterface<SaveCase> {};
-
-TEST_P(Saves, KeepOnlyTheFamilyChosen) {
-    for (const char *line : {"K1.0=11", "KF1.0=12F", "C5.0=13", "X7.0=14"})
-        ASSERT_TRUE(execute(line).ack) << line;
-    ASSERT_TRUE(execute(GetParam().save).ack);
-    ASSERT_TRUE(execute("RST.0").ack);
-    EXPECT_EQ(ask("K1.0,KF1.0,C5.0,X7.0"), GetParam().expected);
-}
-
+// Saving and resetting: SAV copies the memory of the family chosen (all its value classes) to the
+// saved copy, RST puts the saved copy back; steps move the position at once.
 INSTANTIATE_TEST_SUITE_P(
-    What, Saves,
-    ::testing::Values(SaveCase{"SAV.0=0", "K1.0=11,KF1.0=12.0F,C5.0=13,X7.0=14"},
-                      SaveCase{"SAV.0", "K1.0=11,KF1.0=12.0F,C5.0=13,X7.0=14"},
-                      SaveCase{"SAV.0=1", "K1.0=11,KF1.0=12.0F,C5.0=0,X7.0=0"},
-                      SaveCase{"SAV.0=2", "K1.0=1000,KF1.0=1.0E3F,C5.0=13,X7.0=0"},
-                      SaveCase{"SAV.0=3", "K1.0=1000,KF1.0=1.0E3F,C5.0=0,X7.0=14"}));
+    SaveAndReset, Scripts,
+    ::testing::Values(
+        ScriptCase{"K1.0=111;X7.0=7;SAV.0=0;K1.0=222;X7.0=8;RST.0", "K1.0,X7.0", "K1.0=111,X7.0=7"},
+        ScriptCase{"K1.0=111;SVR.0=3,0x01008000;RST.0", "K1.0,M282:3.0", "K1.0=1000,M282:3.0=0"},
+        ScriptCase{"K1.0=11;KF1.0=12F;C5.0=13;X7.0=14;SAV.0;RST.0", "K1.0,KF1.0,C5.0,X7.0",
+                   "K1.0=11,KF1.0=12.0F,C5.0=13,X7.0=14"},
+        ScriptCase{"K1.0=11;KF1.0=12F;C5.0=13;X7.0=14;SAV.0=1;RST.0", "K1.0,KF1.0,C5.0,X7.0",
+                   "K1.0=11,KF1.0=12.0F,C5.0=0,X7.0=0"},
+        ScriptCase{"K1.0=11;KF1.0=12F;C5.0=13;X7.0=14;SAV.0=2;RST.0", "K1.0,KF1.0,C5.0,X7.0",
+                   "K1.0=1000,KF1.0=1.0E3F,C5.0=13,X7.0=0"},
+        ScriptCase{"K1.0=11;KF1.0=12F;C5.0=13;X7.0=14;SAV.0=3;RST.0", "K1.0,KF1.0,C5.0,X7.0",
+                   "K1.0=1000,KF1.0=1.0E3F,C5.0=0,X7.0=14"}));
+
+INSTANTIATE_TEST_SUITE_P(Steps, Scripts,
+                         ::testing::Values(ScriptCase{"PWR.0=1;STE.0=10;STE.0+=5;STE.0-=20", "M7.0",
+                                                      "M7.0=-5"}));
 
 TEST_F(DriveTest, ResetMemoryForgetsTheSavedCopyToo) {
     ASSERT_TRUE(execute("K1.0=111").ack);
@@ -149,14 +130,6 @@ TEST_F(DriveTest, PowerOffOrAbortStopsTheMoveWhereItIs) {
     EXPECT_EQ(ask("ML7.0"), "ML7.0=400L");
     EXPECT_EQ(raw(3, 0) & (POWER | MOVING), 0u);
     EXPECT_FALSE(execute("MVE.0=0L,100F,100D").ack) << "no move with the power stage off";
-}
-
-TEST_F(DriveTest, StepsMoveThePositionAtOnce) {
-    ASSERT_TRUE(execute("PWR.0=1").ack);
-    ASSERT_TRUE(execute("STE.0=10").ack);
-    ASSERT_TRUE(execute("STE.0+=5").ack);
-    ASSERT_TRUE(execute("STE.0-=20").ack);
-    EXPECT_EQ(ask("M7.0"), "M7.0=-5");
 }
 
 TEST_F(DriveTest, MovesRefuseSpeedsAndAccelerationsThatAreNotPositive) {

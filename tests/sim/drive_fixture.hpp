@@ -124,4 +124,14 @@ class DriveTest : public ::testing::Test {
     uint64_t now_us_ = 1000;
 };
 
+// Lines of command text run in order, each acknowledged, then a request and the answer the
+// translator writes for it.
+struct ScriptCase {
+    const char *lines; // separated by ";"
+    const char *request;
+    const char *answer;
+};
+
+class Scripts : public DriveTest, public ::testing::WithParamInterface<ScriptCase> {};
+
 } // namespace ryn::test

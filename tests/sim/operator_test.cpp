@@ -4,6 +4,8 @@
 namespace {
 
 using ryn::test::DriveTest;
+using ryn::test::ScriptCase;
+using ryn::test::Scripts;
 
 // One operator applied to a user variable of one class (X int32, XL int64, XF float, XD double,
 // none of them with a range): the register starts at `initial`, gets `op` with `operand`, and
@@ -93,38 +95,20 @@ INSTANTIATE_TEST_SUITE_P(
 
 // The operand of an operator or the value of an assignment may be another register of the drive,
 // of its own class or, converted, of another.
-struct ConversionCase {
-    const char *setup;
-    const char *line;
-    const char *readback;
-    const char *expected;
-};
-
-class Conversions : public DriveTest, public ::testing::WithParamInterface<ConversionCase> {};
-
-TEST_P(Conversions, TakeTheValueInTheDestinationClass) {
-    const ConversionCase &c = GetParam();
-    if (c.setup[0] != 0) {
-        ASSERT_TRUE(execute(c.setup).ack) << c.setup;
-    }
-    EXPECT_TRUE(execute(c.line).ack) << c.line;
-    EXPECT_EQ(ask(c.readback), c.expected) << c.line;
-}
-
-INSTANTIATE_TEST_SUITE_P(Values, Conversions,
+INSTANTIATE_TEST_SUITE_P(Conversions, Scripts,
                          ::testing::Values(
                              // Command 122: the value converts to the register's class.
-                             ConversionCase{"", "X5.0=2.75F", "X5.0", "X5.0=2"},
-                             ConversionCase{"", "X5.0=-2.75D", "X5.0", "X5.0=-2"},
-                             ConversionCase{"", "XF5.0=3", "XF5.0", "XF5.0=3.0F"},
-                             ConversionCase{"", "XL5.0=-3", "XL5.0", "XL5.0=-3L"},
-                             ConversionCase{"", "X5.0=3E20D", "X5.0", "X5.0=2147483647"},
+                             ScriptCase{"X5.0=2.75F", "X5.0", "X5.0=2"},
+                             ScriptCase{"X5.0=-2.75D", "X5.0", "X5.0=-2"},
+                             ScriptCase{"XF5.0=3", "XF5.0", "XF5.0=3.0F"},
+                             ScriptCase{"XL5.0=-3", "XL5.0", "XL5.0=-3L"},
+                             ScriptCase{"X5.0=3E20D", "X5.0", "X5.0=2147483647"},
                              // Registers as values and operands.
-                             ConversionCase{"X6.0=41", "X5.0=X6.0", "X5.0", "X5.0=41"},
-                             ConversionCase{"X6.0=41", "XD5.0=X6.0", "XD5.0", "XD5.0=41.0D"},
-                             ConversionCase{"X6.0=2", "[X5.0=10]", "X5.0", "X5.0=10"},
-                             ConversionCase{"X6.0=4", "X5.0+=X6.0", "X5.0", "X5.0=4"},
-                             ConversionCase{"", "K1.0+=K1.0", "K1.0", "K1.0=2000"},
-                             ConversionCase{"", "XAC.0=17", "XAC.0", "XAC.0=17"}));
+                             ScriptCase{"X6.0=41;X5.0=X6.0", "X5.0", "X5.0=41"},
+                             ScriptCase{"X6.0=41;XD5.0=X6.0", "XD5.0", "XD5.0=41.0D"},
+                             ScriptCase{"K5.0=K2.0,K1.0,K2.0", "K5:1.0", "K5:1.0=1000"},
+                             ScriptCase{"X6.0=4;X5.0+=X6.0", "X5.0", "X5.0=4"},
+                             ScriptCase{"K1.0+=K1.0", "K1.0", "K1.0=2000"},
+                             ScriptCase{"XAC.0=17", "XAC.0", "XAC.0=17"}));
 
 } // namespace

@@ -5,61 +5,58 @@
 namespace {
 
 using ryn::test::DriveTest;
+using ryn::test::ScriptCase;
+using ryn::test::Scripts;
 
-// A line of command text, what the drive answers to it as the translator writes the answer, and
-// lines run before it.
-struct ReadCase {
-    const char *setup;
-    const char *request;
-    const char *answer;
-};
-
-class Reads : public DriveTest, public ::testing::WithParamInterface<ReadCase> {};
-
-TEST_P(Reads, AnswerTheValuesTheTranslatorReadsBack) {
-    const ReadCase &c = GetParam();
-    if (c.setup[0] != 0) {
-        ASSERT_TRUE(execute(c.setup).ack) << c.setup;
+TEST_P(Scripts, AnswerWhatTheLinesLeftInMemory) {
+    const ScriptCase &c = GetParam();
+    const std::string lines = c.lines;
+    for (std::size_t from = 0; from < lines.size();) {
+        std::size_t to = lines.find(';', from);
+        if (to == std::string::npos) to = lines.size();
+        const std::string line = lines.substr(from, to - from);
+        ASSERT_TRUE(execute(line).ack) << line;
+        from = to + 1;
     }
     EXPECT_EQ(ask(c.request), c.answer) << c.request;
 }
 
-INSTANTIATE_TEST_SUITE_P(Defaults, Reads,
-                         ::testing::Values(ReadCase{"", "K1.0", "K1.0=1000"},
-                                           ReadCase{"", "K1.0,K2.0", "K1.0=1000,K2.0=0"},
-                                           ReadCase{"", "KL1.0", "KL1.0=1000000000L"},
-                                           ReadCase{"", "KF1.0", "KF1.0=1.0E3F"},
-                                           ReadCase{"", "KD1.0", "KD1.0=10.0E3D"},
-                                           ReadCase{"", "K20.0", "K20.0=0x0"},
-                                           ReadCase{"", "K31.0", "K31.0=\"192.168.0.10\""},
-                                           ReadCase{"", "K30.0", "K30.0=\"\""},
-                                           ReadCase{"", "M85.0", "M85.0=\"SERVO DRIVE\""},
-                                           ReadCase{"", "V1.0", "V1.0=[0x0,0x0,0x0,0x0]"},
-                                           ReadCase{"", "XAC.0", "XAC.0=0"},
-                                           ReadCase{"", "A100.0", "A100.0=0"}));
+INSTANTIATE_TEST_SUITE_P(Defaults, Scripts,
+                         ::testing::Values(ScriptCase{"", "K1.0", "K1.0=1000"},
+                                           ScriptCase{"", "K1.0,K2.0", "K1.0=1000,K2.0=0"},
+                                           ScriptCase{"", "KL1.0", "KL1.0=1000000000L"},
+                                           ScriptCase{"", "KF1.0", "KF1.0=1.0E3F"},
+                                           ScriptCase{"", "KD1.0", "KD1.0=10.0E3D"},
+                                           ScriptCase{"", "K20.0", "K20.0=0x0"},
+                                           ScriptCase{"", "K31.0", "K31.0=\"192.168.0.10\""},
+                                           ScriptCase{"", "K30.0", "K30.0=\"\""},
+                                           ScriptCase{"", "M85.0", "M85.0=\"SERVO DRIVE\""},
+                                           ScriptCase{"", "V1.0", "V1.0=[0x0,0x0,0x0,0x0]"},
+                                           ScriptCase{"", "XAC.0", "XAC.0=0"},
+                                           ScriptCase{"", "A100.0", "A100.0=0"}));
 
 INSTANTIATE_TEST_SUITE_P(
-    Written, Reads,
-    ::testing::Values(ReadCase{"K5.0=1,-2,3", "K5:1.0,K5:2.0", "K5:1.0=-2,K5:2.0=3"},
-                      ReadCase{"K30.0=\"AXIS-1\"", "K30.0", "K30.0=\"AXIS-1\""},
-                      ReadCase{"K31.0=\"10.0.0.7\"", "K31.0", "K31.0=\"10.0.0.7\""},
-                      ReadCase{"K20.0=0x23", "K20.0", "K20.0=0x23"},
-                      ReadCase{"X1023.0=-5", "X1023.0", "X1023.0=-5"}));
+    Written, Scripts,
+    ::testing::Values(ScriptCase{"K5.0=1,-2,3", "K5:1.0,K5:2.0", "K5:1.0=-2,K5:2.0=3"},
+                      ScriptCase{"K30.0=\"AXIS-1\"", "K30.0", "K30.0=\"AXIS-1\""},
+                      ScriptCase{"K31.0=\"10.0.0.7\"", "K31.0", "K31.0=\"10.0.0.7\""},
+                      ScriptCase{"K20.0=0x23", "K20.0", "K20.0=0x23"},
+                      ScriptCase{"X1023.0=-5", "X1023.0", "X1023.0=-5"}));
 
 // Kinds 38 and 30: vector and matrix elements, read back with kind 19.
 INSTANTIATE_TEST_SUITE_P(
-    Elements, Reads,
-    ::testing::Values(ReadCase{"V1.0=[1,2,3,4]", "V1.0", "V1.0=[0x1,0x2,0x3,0x4]"},
-                      ReadCase{"V1[2].0=9", "V1.0", "V1.0=[0x0,0x0,0x9,0x0]"},
-                      ReadCase{"!V1.0=[5,6,7,8]", "V1[3].0", "V1[3].0=[0x8]"},
-                      ReadCase{"TF2.0=[[1F,2F,3F],[4F,5F,6F]]", "TF2.0",
-                               "TF2.0=[[1.0F,2.0F,3.0F],[4.0F,5.0F,6.0F]]"},
-                      ReadCase{"TF2[1].0=[7F,8F,9F]", "TF2.0",
-                               "TF2.0=[[0.0F,0.0F,0.0F],[7.0F,8.0F,9.0F]]"},
-                      ReadCase{"TF2[0,2].0=2.5F", "TF2[0,2].0", "TF2[0,2].0=[[2.5F]]"},
-                      ReadCase{"[MASK:1,GATE:0,CMD:1,REC:38,TYP:0x10000,PAR:2,TYP:0x1000F,"
-                               "PAR:0x4000000001000001L,TYP:0x10002,PAR:0x1L]",
-                               "V1.0", "V1.0=[0x0,0x3E8,0x0,0x0]"}));
+    Elements, Scripts,
+    ::testing::Values(ScriptCase{"V1.0=[1,2,3,4]", "V1.0", "V1.0=[0x1,0x2,0x3,0x4]"},
+                      ScriptCase{"V1[2].0=9", "V1.0", "V1.0=[0x0,0x0,0x9,0x0]"},
+                      ScriptCase{"!V1.0=[5,6,7,8]", "V1[3].0", "V1[3].0=[0x8]"},
+                      ScriptCase{"TF2.0=[[1F,2F,3F],[4F,5F,6F]]", "TF2.0",
+                                 "TF2.0=[[1.0F,2.0F,3.0F],[4.0F,5.0F,6.0F]]"},
+                      ScriptCase{"TF2[1].0=[7F,8F,9F]", "TF2.0",
+                                 "TF2.0=[[0.0F,0.0F,0.0F],[7.0F,8.0F,9.0F]]"},
+                      ScriptCase{"TF2[0,2].0=2.5F", "TF2[0,2].0", "TF2[0,2].0=[[2.5F]]"},
+                      ScriptCase{"[MASK:1,GATE:0,CMD:1,REC:38,TYP:0x10000,PAR:2,TYP:0x1000F,"
+                                 "PAR:0x4000000001000001L,TYP:0x10002,PAR:0x1L]",
+                                 "V1.0", "V1.0=[0x0,0x3E8,0x0,0x0]"}));
 
 TEST_F(DriveTest, AnswersCarryEachRegistersValueClassInTheirTags) {
     const ryn::test::Answer a = execute("KF1.0,KL1.0,KD1.0,K1.0");
