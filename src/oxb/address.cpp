@@ -103,16 +103,18 @@ bool parse_axes(std::string_view s, uint64_t *mask) {
     return true;
 }
 
-bool parse_product(std::string_view s, uint32_t *out) {
+// A product or card by number or by name (any case), from the family's list of them.
+bool find_code(std::string_view s, int (*count)(), uint32_t (*code_at)(int),
+               const char *(*name_of)(uint32_t), uint32_t *out) {
     uint64_t n = 0;
     if (parse_number(s, UINT32_MAX, &n)) {
         *out = static_cast<uint32_t>(n);
-        return vok_get_product_name(*out) != nullptr;
+        return name_of(*out) != nullptr;
     }
-    const int count = vok_get_product_count();
-    for (int i = 0; i < count; ++i) {
-        const uint32_t code = vok_get_product_code(i);
-        const char *name = vok_get_product_name(code);
+    const int total = count();
+    for (int i = 0; i < total; ++i) {
+        const uint32_t code = code_at(i);
+        const char *name = name_of(code);
         if (name != nullptr && equal_nocase(name, s)) {
             *out = code;
             return true;
@@ -121,27 +123,19 @@ bool parse_product(std::string_view s, uint32_t *out) {
     return false;
 }
 
+bool parse_product(std::string_view s, uint32_t *out) {
+    return find_code(s, vok_get_product_count, vok_get_product_code, vok_get_product_name, out);
+}
+
 // A card by name or number; 0 (or "none") for no card.
 bool parse_card(std::string_view s, uint32_t *out) {
-    uint64_t n = 0;
-    if (parse_number(s, UINT32_MAX, &n)) {
-        *out = static_cast<uint32_t>(n);
-        return n == 0 || vok_get_ext_product_name(*out) != nullptr;
-    }
-    if (equal_nocase(s, "none")) {
+    uint64_t n = 1;
+    if (equal_nocase(s, "none") || (parse_number(s, UINT32_MAX, &n) && n == 0)) {
         *out = 0;
         return true;
     }
-    const int count = vok_get_ext_product_count();
-    for (int i = 0; i < count; ++i) {
-        const uint32_t code = vok_get_ext_product_code(i);
-        const char *name = vok_get_ext_product_name(code);
-        if (name != nullptr && equal_nocase(name, s)) {
-            *out = code;
-            return true;
-        }
-    }
-    return false;
+    return find_code(s, vok_get_ext_product_count, vok_get_ext_product_code,
+                     vok_get_ext_product_name, out);
 }
 
 bool parse_version(std::string_view s, uint32_t *out) {

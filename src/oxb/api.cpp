@@ -2,6 +2,7 @@
 // checked, then the work handed to the port or the bus; no exception leaves.
 #include <cstring>
 #include <new>
+#include <type_traits>
 
 #include "address.hpp"
 #include "errors.hpp"
@@ -47,6 +48,22 @@ void store_record(void *info, const Record &record) {
     auto *out = static_cast<uint8_t *>(info);
     for (std::size_t i = 0; i < sizeof(Record) / 4; ++i)
         wire::store_u32(out + 4 * i, words[i]);
+}
+
+// Fills a drive or card information record of an axis, after checking its size field.
+template <typename Record>
+int identity_record(OXB_BUS *bus, int axis, void *info) {
+    const auto b = Registry::get().bus(bus);
+    if (!b) return OXB_EBADBUS;
+    if (axis < 0 || axis > 63 || !has_size(info, sizeof(Record))) return OXB_EBADPARAM;
+    Record record{};
+    int rc;
+    if constexpr (std::is_same_v<Record, wire::DriveInfo>)
+        rc = b->drive_info(axis, &record);
+    else
+        rc = b->ext_info(axis, &record);
+    if (rc == 0) store_record(info, record);
+    return rc;
 }
 
 int open_failure(int code, const std::string &message, const char *address) {
@@ -139,27 +156,11 @@ int oxb_get_present_axes(OXB_BUS *bus, uint64_t *mask) {
 }
 
 int oxb_get_drive_info(OXB_BUS *bus, int axis, void *info) {
-    return guarded([&] {
-        const auto b = Registry::get().bus(bus);
-        if (!b) return OXB_EBADBUS;
-        if (axis < 0 || axis > 63 || !has_size(info, sizeof(wire::DriveInfo))) return OXB_EBADPARAM;
-        wire::DriveInfo record{};
-        const int rc = b->drive_info(axis, &record);
-        if (rc == 0) store_record(info, record);
-        return rc;
-    });
+    return guarded([&] { return identity_record<wire::DriveInfo>(bus, axis, info); });
 }
 
 int oxb_get_ext_info(OXB_BUS *bus, int axis, void *info) {
-    return guarded([&] {
-        const auto b = Registry::get().bus(bus);
-        if (!b) return OXB_EBADBUS;
-        if (axis < 0 || axis > 63 || !has_size(info, sizeof(wire::ExtInfo))) return OXB_EBADPARAM;
-        wire::ExtInfo record{};
-        const int rc = b->ext_info(axis, &record);
-        if (rc == 0) store_record(info, record);
-        return rc;
-    });
+    return guarded([&] { return identity_record<wire::ExtInfo>(bus, axis, info); });
 }
 
 int oxb_get_bus_info(OXB_BUS *bus, int reserved, void *info) {

@@ -156,3 +156,39 @@ TEST_F(BusTest, LockKeepsOtherThreadsSendsOutUntilUnlock) {
 }
 
 } // namespace
+
+namespace {
+
+using namespace ryn::test;
+
+// On the first drive that leaves: one exchange on the bus, then its last port closed.
+struct Closer {
+    OXB_PORT *port;
+    std::promise<std::vector<int>> results;
+    static int handler(OXB_BUS *, int, int event, void *context) {
+        auto *c = static_cast<Closer *>(context);
+        if (event != OXB_EVENT_DRIVE_GONE || c->port == nullptr) return 0;
+        Record r;
+        const int sent = oxb_send(c->port, nullptr, axis(1), read(K, 1).bytes, 0);
+        const int received = oxb_receive(c->port, nullptr, 0, r.bytes, 65, 0, 1000);
+        const int closed = oxb_close(&c->port);
+        c->results.set_value({sent, received, closed});
+        return 0;
+    }
+};
+
+TEST(Handlers, MayUseTheBusAndCloseItsLastPort) {
+    Closer c{nullptr, {}};
+    ASSERT_EQ(oxb_open("sim:axes=0-1", &c.port), 0);
+    OXB_BUS *b = nullptr;
+    ASSERT_EQ(oxb_get_port_bus(c.port, &b), 0);
+    ASSERT_EQ(oxb_register_handler(b, &c, ~0ull, 0, 0, 16, Closer::handler, &c), 0);
+    auto done = c.results.get_future();
+    ASSERT_EQ(oxbsim_detach(b, 0), 0);
+    ASSERT_EQ(done.wait_for(std::chrono::seconds(5)), std::future_status::ready);
+    EXPECT_EQ(done.get(), (std::vector<int>{0, 0, 0}));
+    uint64_t present = 0;
+    EXPECT_EQ(oxb_get_present_axes(b, &present), OXB_EBADBUS) << "the bus ended with its last port";
+}
+
+} // namespace
