@@ -188,10 +188,12 @@ std::vector<DriveSpec> read_config(const std::string &path, const std::string &o
         if (!d.is_object()) config_fail(where, "must be an object");
         static const char *const keys[] = {"axis",         "product", "version",      "card",
                                            "card_version", "serial",  "boot_revision"};
-        for (const auto &[key, value] : d.items())
+        for (const auto &item : d.items()) {
+            const std::string &key = item.key();
             if (std::find_if(std::begin(keys), std::end(keys),
                              [&](const char *k) { return key == k; }) == std::end(keys))
                 config_fail(where, "unknown key \"" + key + "\"");
+        }
         if (!d.contains("axis")) config_fail(where, "needs an \"axis\"");
         const int axis = static_cast<int>(config_u32(d["axis"], where + ".axis", 63));
         if ((seen >> axis & 1) != 0) config_fail(where, "axis " + std::to_string(axis) + " twice");
