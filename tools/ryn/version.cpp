@@ -2,12 +2,11 @@
 // products.
 #include <CLI/CLI.hpp>
 #include <ctime>
-#include <iostream>
 
 #include "common.hpp"
 #include "ryn/tra.h"
 #include "ryn/vok.h"
-#include "subcommands.hpp"
+#include "output.hpp"
 
 namespace ryn::cli {
 
@@ -20,14 +19,14 @@ int version() {
     char when[32] = "unknown";
     if (gmtime_r(&built, &utc) != nullptr)
         std::strftime(when, sizeof when, "%Y-%m-%d %H:%M:%S UTC", &utc);
-    std::cout << "ryn " << version_text(v) << format(" (translator library 0x%08X)\n", v)
+    out() << "ryn " << version_text(v) << format(" (translator library 0x%08X)\n", v)
               << "built " << when << '\n'
               << "family " << (vok_get_family_name()[0] ? vok_get_family_name() : "-") << " ("
               << vok_get_family_source() << "):\n";
     for (int i = 0; i < vok_get_product_count(); ++i) {
         const uint32_t p = vok_get_product_code(i);
         if (vok_is_reserved_product(p)) continue;
-        std::cout << format("  %-9s %s\n", product_name(p).c_str(), product_versions(p).c_str());
+        out() << format("  %-9s %s\n", product_name(p).c_str(), product_versions(p).c_str());
     }
     return exit_ok;
 }
