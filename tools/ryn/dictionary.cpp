@@ -2,6 +2,7 @@
 #include "dictionary.hpp"
 
 #include <algorithm>
+#include <cctype>
 
 #include "common.hpp"
 #include "wire/wire.hpp"
@@ -232,8 +233,11 @@ std::vector<std::string> closest_names(const VOK_DICT *d, const std::string &tex
     const int limit = std::max(1, static_cast<int>(text.size()) / 3);
     auto consider = [&](const std::string &name) {
         if (name.empty() || same_name(name, text)) return;
-        const int distance = edit_distance(name, text);
-        if (distance > limit) return;
+        const int edits = edit_distance(name, text);
+        if (edits > limit) return;
+        // Among names as near, those of the same register type (first letter) come first.
+        const int distance = 2 * edits + (std::toupper(static_cast<unsigned char>(name[0])) !=
+                                          std::toupper(static_cast<unsigned char>(text[0])));
         for (const Candidate &c : found)
             if (same_name(c.name, name)) return;
         found.push_back({distance, name});
