@@ -9,6 +9,7 @@
 #include "common.hpp"
 #include "dictionary.hpp"
 #include "line_scan.hpp"
+#include "ryn/sup.h"
 #include "ryn/tra.h"
 #include "wire/wire.hpp"
 
@@ -205,7 +206,21 @@ void explain_syntax(const ScannedLine &s, std::vector<std::string> &out) {
 std::vector<std::string> explain_failure(const VOK_DICT *d, const std::string &line, int code) {
     std::vector<std::string> out;
     const ScannedLine s = scan_line(line);
-    if (s.raw_record) return out;
+    if (s.raw_record) {
+        // The record reader names the field it refused in the first frame of the trace.
+        SUP_FRAME f{};
+        if ((code == TRA_ERANGE || code == TRA_ECMDSYNTAX) && sup_trace_count() > 0 &&
+            sup_trace_get(0, &f) == 0 && std::string(f.function) == "_tra_parse_raw_record" &&
+            f.details[0][0] != '\0')
+            out.push_back(code == TRA_ERANGE
+                              ? format("the record's %s field has no room for %s (MASK 64 bits, "
+                                       "GATE a 32-bit number of which 3 bits are kept, CMD and "
+                                       "REC 0..255, TYP 32 bits, PAR 32 bits or 64 with 'L')",
+                                       f.details[0], f.details[1])
+                              : format("the record's %s field holds %s, which is no number",
+                                       f.details[0], f.details[1]));
+        return out;
+    }
     if (code == TRA_ECMDSYNTAX) explain_syntax(s, out);
     if (d == nullptr || s.name.empty()) return out;
     uint32_t kind = 0, index = 0, command = 0;

@@ -39,7 +39,7 @@ std::string shown(const std::string &text, std::size_t most) {
     while (i < text.size() && chars < most) {
         const auto c = static_cast<unsigned char>(text[i]);
         const std::size_t n = utf8_sequence(text, i);
-        if (n == 0 || c < 0x20 || c == 0x7F) {
+        if (n == 0 || (c < 0x20 && c != '\t') || c == 0x7F) {
             out += format("\\x%02X", c);
             ++i;
         } else {

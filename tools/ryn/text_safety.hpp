@@ -7,9 +7,14 @@
 
 namespace ryn::cli {
 
-// The text for a terminal: control bytes and bytes of invalid UTF-8 as "\xNN", and cut after
-// `most` characters with a note of the full length.
+// The text for a terminal: control bytes (but tabs) and bytes of invalid UTF-8 as "\xNN", and
+// cut after `most` characters with a note of the full length.
 std::string shown(const std::string &text, std::size_t most = 120);
+
+// Every character of the text, escaped as `shown` escapes it.
+inline std::string escaped(const std::string &text) {
+    return shown(text, text.size());
+}
 
 // The text itself when it is valid UTF-8; otherwise each byte that is not part of a valid
 // sequence becomes "\xNN" (and a backslash "\\"), and `escaped` is set.

@@ -258,7 +258,7 @@ class Batch {
             j["count"] = -1;
             write_json(j);
         } else {
-            out() << input << '\n';
+            out() << escaped(input) << '\n';
         }
     }
 
@@ -283,7 +283,7 @@ class Batch {
         } else if (o_.records) {
             out() << raw << '\n';
         } else {
-            out() << input << "\n  record " << raw << '\n';
+            out() << escaped(input) << "\n  record " << raw << '\n';
             if (o_.hex) out() << "  bytes  " << record_hex(record, slots, "         ") << '\n';
             out() << "  text   " << text << '\n';
         }
@@ -324,7 +324,7 @@ class Batch {
             // carries its error, so that a reverse pass can be matched with the source.
             out() << "; " << what << ": " << shown(command_part(input)) << '\n';
         } else if (!o_.reverse) {
-            out() << input << '\n';
+            out() << escaped(input) << '\n';
             if (record != nullptr)
                 out() << "  record " << raw_record_text(record, slots, mask) << '\n';
         }
