@@ -180,8 +180,7 @@ TEST(RawRecord, ValuesThatDoNotFitAreRefused) {
     for (const char *line : fits) {
         Buffer b;
         sup_trace_clear();
-        EXPECT_EQ(_tra_parse_raw_record(line, as_record(b), CAPACITY, nullptr, nullptr), 0)
-            << line;
+        EXPECT_EQ(_tra_parse_raw_record(line, as_record(b), CAPACITY, nullptr, nullptr), 0) << line;
     }
 }
 

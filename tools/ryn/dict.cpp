@@ -2,14 +2,14 @@
 // commands through the dictionary library.
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <nlohmann/json.hpp>
 #include <cstring>
 #include <memory>
+#include <nlohmann/json.hpp>
 
 #include "common.hpp"
 #include "dictionary.hpp"
-#include "ryn/vok.h"
 #include "output.hpp"
+#include "ryn/vok.h"
 
 namespace ryn::cli {
 
@@ -26,7 +26,7 @@ int open_dict(const ConfigOptions &o, Dict &dict) {
     int rc = vok_open(&dict.d, c.product, c.version, c.ext, c.ext_version);
     if (rc != 0) {
         err() << "ryn dict: cannot open the dictionary: error " << rc << " ("
-                  << vok_translate_error(rc) << ")\n";
+              << vok_translate_error(rc) << ")\n";
         return exit_failure;
     }
     return 0;
@@ -113,7 +113,9 @@ struct Table {
             for (std::size_t c = 0; c < head.size(); ++c) {
                 std::string key = head[c];
                 for (char &ch : key)
-                    ch = ch == ' ' ? '_' : static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
+                    ch = ch == ' '
+                             ? '_'
+                             : static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
                 item[key] = row[c];
             }
             list.push_back(item);
@@ -239,16 +241,16 @@ int types(const ConfigOptions &o) {
 }
 
 Table register_table() {
-    return {{"REGISTER", "ALIAS", "ELEM", "FORMAT", "ACCESS", "DESCRIPTION"},
-            {false, false, true},
-            {}};
+    return {
+        {"REGISTER", "ALIAS", "ELEM", "FORMAT", "ACCESS", "DESCRIPTION"}, {false, false, true}, {}};
 }
 
 void register_line(Table &t, const VOK_DICT *d, uint32_t kind, uint32_t index) {
     const int length = vok_get_register_length(d, kind, index);
     t.add({register_name(d, kind, index), or_dash(vok_get_register_name(d, 1, kind, index, 0)),
            format("%d", length), format_name(vok_get_register_format(d, kind, index, 0)),
-           access_text(d, kind, index, length), or_dash(vok_get_register_name(d, 2, kind, index, 0))});
+           access_text(d, kind, index, length),
+           or_dash(vok_get_register_name(d, 2, kind, index, 0))});
 }
 
 int registers(const ConfigOptions &o, const std::vector<std::string> &wanted) {
@@ -272,7 +274,7 @@ int registers(const ConfigOptions &o, const std::vector<std::string> &wanted) {
             if (name != nullptr && vok_type_exists(d, k)) list += format(" %s", name);
         }
         err() << "ryn dict: " << config_title(d) << " has no register type '" << w
-                  << "'; its types:" << list << '\n';
+              << "'; its types:" << list << '\n';
         return exit_usage;
     }
     if (wanted.empty())
@@ -299,7 +301,7 @@ int show_register(const ConfigOptions &o, const std::string &name) {
     uint32_t kind = 0, index = 0;
     if (!find_register(d, name, kind, index)) {
         err() << "ryn dict: " << config_title(d) << " has no register '" << name
-                  << "' (try: ryn dict search " << name << ")\n";
+              << "' (try: ryn dict search " << name << ")\n";
         return exit_line_failed;
     }
     const int length = vok_get_register_length(d, kind, index);
@@ -335,10 +337,11 @@ int show_register(const ConfigOptions &o, const std::string &name) {
                 nlohmann::ordered_json entries = nlohmann::ordered_json::array();
                 for (int k = 0; k < vok_get_enum_count(d, id); ++k)
                     if (vok_enum_entry_for_reg(d, k, kind, index, sub))
-                        entries.push_back({{"value", value_text(kind, f, enum_value(d, kind, id, k))},
-                                           {"name", or_dash(vok_get_enum_entry_name(d, id, k))},
-                                           {"mask", vok_enum_entry_is_mask(d, id, k) != 0},
-                                           {"parent", vok_get_enum_entry_parent(d, id, k)}});
+                        entries.push_back(
+                            {{"value", value_text(kind, f, enum_value(d, kind, id, k))},
+                             {"name", or_dash(vok_get_enum_entry_name(d, id, k))},
+                             {"mask", vok_enum_entry_is_mask(d, id, k) != 0},
+                             {"parent", vok_get_enum_entry_parent(d, id, k)}});
                 e["enumeration"] = entries;
             }
             elements.push_back(e);
@@ -352,12 +355,12 @@ int show_register(const ConfigOptions &o, const std::string &name) {
     out() << "  " << config_title(d) << '\n';
     out() << "  description  " << or_dash(vok_get_register_name(d, 2, kind, index, 0)) << '\n';
     out() << "  class        " << or_dash(vok_get_register_class(d, 1, kind, index)) << '\n';
-    out() << "  type         " << or_dash(vok_get_type_name(d, 1, kind)) << " ("
-              << class_name(kind) << "): " << or_dash(vok_get_type_name(d, 2, kind)) << '\n';
+    out() << "  type         " << or_dash(vok_get_type_name(d, 1, kind)) << " (" << class_name(kind)
+          << "): " << or_dash(vok_get_type_name(d, 2, kind)) << '\n';
     out() << "  elements     " << length;
     if (vok_is_vector_kind(kind))
         out() << format(" (%d x %d)", vok_get_register_rows(d, kind, index),
-                            vok_get_register_columns(d, kind, index));
+                        vok_get_register_columns(d, kind, index));
     out() << '\n';
     const int display = vok_get_register_format(d, kind, index, 0);
     out() << "  format       " << format_name(display) << '\n';
@@ -437,7 +440,7 @@ int show_command(const ConfigOptions &o, const std::string &text) {
     uint32_t cmd = 0;
     if (!find_command(d, text, cmd)) {
         err() << "ryn dict: " << config_title(d) << " has no command '" << text
-                  << "' (try: ryn dict commands)\n";
+              << "' (try: ryn dict commands)\n";
         return exit_line_failed;
     }
     if (as_json) {
@@ -478,13 +481,12 @@ int show_command(const ConfigOptions &o, const std::string &text) {
         return exit_ok;
     }
     out() << command_name(d, cmd)
-              << format(" (command %u, page %u number %u)  ", cmd, cmd >> 8, cmd & 0xFF)
-              << config_title(d) << '\n';
+          << format(" (command %u, page %u number %u)  ", cmd, cmd >> 8, cmd & 0xFF)
+          << config_title(d) << '\n';
     out() << "  description  " << or_dash(vok_get_command_name(d, 2, cmd)) << '\n';
     const int count = vok_get_param_count(d, cmd);
     out() << "  parameters   " << count
-              << (vok_command_has_vector_params(d, cmd) ? " (takes lists in brackets)" : "")
-              << '\n';
+          << (vok_command_has_vector_params(d, cmd) ? " (takes lists in brackets)" : "") << '\n';
     // Parameters described alike (the value slots of a list command) are shown once, as a range.
     std::string previous;
     int first = 0;
@@ -586,7 +588,8 @@ void add_dict(CLI::App &app, int &exit_code) {
         return false;
     };
 
-    CLI::App *p = dict->add_subcommand("products", "The family's drive products and extension cards");
+    CLI::App *p =
+        dict->add_subcommand("products", "The family's drive products and extension cards");
     add_family_option(*p, o->family);
     common(p, "  ryn dict products\n  ryn dict products --json");
     p->callback([&exit_code, family_loaded] {
@@ -616,7 +619,8 @@ void add_dict(CLI::App &app, int &exit_code) {
         "register", "One register: alias, elements, format, range, enumeration, default, access");
     one->add_option("name", *word, "Register name (K12, SD1) or alias (MODE)")->required();
     add_config_options(*one, *o, false);
-    common(one, "  ryn dict register MODE\n  ryn dict register K12 --json\n  ryn dict register SD1");
+    common(one,
+           "  ryn dict register MODE\n  ryn dict register K12 --json\n  ryn dict register SD1");
     one->callback([&exit_code, o, word] { exit_code = show_register(*o, *word); });
 
     CLI::App *c = dict->add_subcommand("commands", "Commands of a configuration");

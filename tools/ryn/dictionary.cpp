@@ -9,8 +9,6 @@
 
 namespace ryn::cli {
 
-
-
 const char *or_dash(const char *text) {
     return text != nullptr && text[0] != '\0' ? text : "-";
 }
@@ -44,7 +42,6 @@ const char *format_name(int code) {
         return "none";
     }
 }
-
 
 std::string value_text(uint32_t kind, int display, const Value &v) {
     switch (wire::value_class(kind)) {
@@ -87,7 +84,6 @@ Value enum_value(const VOK_DICT *d, uint32_t kind, int id, int entry) {
     }
     return v;
 }
-
 
 std::string register_name(const VOK_DICT *d, uint32_t kind, uint32_t index) {
     if (kind == 1 && index == 65535) return "XAC";
@@ -141,7 +137,6 @@ std::string command_name(const VOK_DICT *d, uint32_t command) {
     return name != nullptr && name[0] != '\0' ? name : format("@%u", command);
 }
 
-
 Value reg_limit(const VOK_DICT *d, uint32_t kind, uint32_t index, uint32_t s, bool max) {
     Value v;
     switch (wire::value_class(kind)) {
@@ -186,7 +181,6 @@ Value reg_default(const VOK_DICT *d, uint32_t kind, uint32_t index, uint32_t s) 
     return v;
 }
 
-
 Value param_limit(const VOK_DICT *d, uint32_t c, int p, uint32_t kind, bool max) {
     Value v;
     switch (wire::value_class(kind)) {
@@ -205,7 +199,6 @@ Value param_limit(const VOK_DICT *d, uint32_t c, int p, uint32_t kind, bool max)
     }
     return v;
 }
-
 
 int edit_distance(const std::string &a, const std::string &b) {
     const std::string x = upper(a), y = upper(b);
@@ -256,8 +249,9 @@ std::vector<std::string> closest_names(const VOK_DICT *d, const std::string &tex
         const char *name = vok_get_command_name(d, 1, uint32_t(c));
         if (name != nullptr) consider(name);
     }
-    std::stable_sort(found.begin(), found.end(),
-                     [](const Candidate &a, const Candidate &b) { return a.distance < b.distance; });
+    std::stable_sort(found.begin(), found.end(), [](const Candidate &a, const Candidate &b) {
+        return a.distance < b.distance;
+    });
     std::vector<std::string> names;
     for (const Candidate &c : found)
         if (static_cast<int>(names.size()) < most) names.push_back(c.name);

@@ -32,15 +32,14 @@ std::string with_alias(const VOK_DICT *d, uint32_t kind, uint32_t index) {
     return name;
 }
 
-std::string enum_entries(const VOK_DICT *d, uint32_t kind, int display, int id,
-                         uint32_t index, uint32_t element) {
+std::string enum_entries(const VOK_DICT *d, uint32_t kind, int display, int id, uint32_t index,
+                         uint32_t element) {
     std::string list;
     for (int e = 0; e < vok_get_enum_count(d, id); ++e) {
         if (vok_enum_entry_is_mask(d, id, e) || !vok_enum_entry_for_reg(d, e, kind, index, element))
             continue;
-        list += (list.empty() ? "" : ", ") +
-                value_text(kind, display, enum_value(d, kind, id, e)) + " " +
-                or_dash(vok_get_enum_entry_name(d, id, e));
+        list += (list.empty() ? "" : ", ") + value_text(kind, display, enum_value(d, kind, id, e)) +
+                " " + or_dash(vok_get_enum_entry_name(d, id, e));
     }
     return list;
 }
@@ -66,7 +65,8 @@ void explain_register(const VOK_DICT *d, const ScannedLine &s, int code,
     if (!find_register(d, s.name, kind, index)) return;
     const std::string name = with_alias(d, kind, index);
     const int length = vok_get_register_length(d, kind, index);
-    const uint32_t first = s.element.empty() ? 0 : uint32_t(std::strtoul(s.element.c_str(), nullptr, 10));
+    const uint32_t first =
+        s.element.empty() ? 0 : uint32_t(std::strtoul(s.element.c_str(), nullptr, 10));
     const int display = vok_get_register_format(d, kind, index, first);
     // A text fills four characters to an element.
     int given = static_cast<int>(s.values.size());
@@ -85,19 +85,18 @@ void explain_register(const VOK_DICT *d, const ScannedLine &s, int code,
                                      length - int(first) == 1 ? "" : "s",
                                      int(s.values[0].size()) - 2));
             else
-                out.push_back(format("%s has %d element%s%s; %d value%s given", name.c_str(),
-                                     length, length == 1 ? "" : "s",
-                                     first > 0 ? format(" (from element %u: %d)", first,
-                                                        length - int(first))
-                                                     .c_str()
-                                               : "",
-                                     given, given == 1 ? "" : "s"));
+                out.push_back(format(
+                    "%s has %d element%s%s; %d value%s given", name.c_str(), length,
+                    length == 1 ? "" : "s",
+                    first > 0 ? format(" (from element %u: %d)", first, length - int(first)).c_str()
+                              : "",
+                    given, given == 1 ? "" : "s"));
             return;
         }
         for (int k = 0; k < given; ++k)
             if (!vok_register_writable(d, kind, index, first + uint32_t(k))) {
-                out.push_back(format("element %u of %s is read-only", first + uint32_t(k),
-                                     name.c_str()));
+                out.push_back(
+                    format("element %u of %s is read-only", first + uint32_t(k), name.c_str()));
                 return;
             }
         return;
@@ -116,8 +115,9 @@ void explain_register(const VOK_DICT *d, const ScannedLine &s, int code,
             const std::string hint = class_hint(s.values[k], kind);
             if (!hint.empty()) out.push_back(hint);
             if (code == TRA_ERANGE) {
-                const std::string range = range_text(kind, f, reg_limit(d, kind, index, element, false),
-                                                     reg_limit(d, kind, index, element, true));
+                const std::string range =
+                    range_text(kind, f, reg_limit(d, kind, index, element, false),
+                               reg_limit(d, kind, index, element, true));
                 if (range != "none")
                     out.push_back(format("%s%s takes %s", name.c_str(),
                                          length > 1 ? format(" element %u", element).c_str() : "",
@@ -185,19 +185,20 @@ void explain_syntax(const ScannedLine &s, std::vector<std::string> &out) {
         if (!read_literal(v, l)) continue;
         if (l.real || l.suffix == 'D' || l.suffix == 'F') {
             if (l.suffix == 'D' && !std::isfinite(std::strtod(l.digits.c_str(), nullptr)))
-                out.push_back(format("%s is beyond the 64-bit doubles (about 1.8E308)",
-                                     v.c_str()));
+                out.push_back(format("%s is beyond the 64-bit doubles (about 1.8E308)", v.c_str()));
             continue;
         }
         const bool wide = l.suffix == 'L';
         errno = 0;
-        const unsigned long long magnitude = std::strtoull(l.digits.c_str(), nullptr, l.hex ? 16 : 10);
+        const unsigned long long magnitude =
+            std::strtoull(l.digits.c_str(), nullptr, l.hex ? 16 : 10);
         const bool beyond64 = errno == ERANGE;
         if (wide && beyond64)
             out.push_back(format("%s is beyond the 64-bit integers", v.c_str()));
         else if (!wide && (beyond64 || magnitude > 0xFFFFFFFFull))
-            out.push_back(format("%s is beyond the 32-bit integers (-2147483648 .. 4294967295)%s",
-                                 v.c_str(), beyond64 ? "" : format("; write %sL for a 64-bit value", v.c_str()).c_str()));
+            out.push_back(format(
+                "%s is beyond the 32-bit integers (-2147483648 .. 4294967295)%s", v.c_str(),
+                beyond64 ? "" : format("; write %sL for a 64-bit value", v.c_str()).c_str()));
     }
 }
 
@@ -226,7 +227,8 @@ std::vector<std::string> explain_failure(const VOK_DICT *d, const std::string &l
     uint32_t kind = 0, index = 0, command = 0;
     const bool is_register = find_register(d, s.name, kind, index);
     const bool is_command = !is_register && find_command(d, s.name, command);
-    if (code == TRA_EUNKNOWN || (code == TRA_ECMDSYNTAX && !is_register && !is_command && out.empty())) {
+    if (code == TRA_EUNKNOWN ||
+        (code == TRA_ECMDSYNTAX && !is_register && !is_command && out.empty())) {
         if (is_register || is_command) return out;
         const std::vector<std::string> near = closest_names(d, s.name);
         std::string list;

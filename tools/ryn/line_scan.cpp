@@ -61,8 +61,8 @@ ScannedLine scan_line(const std::string &line) {
     while (i < t.size() && (t[i] == '!' || t[i] == '*' || t[i] == ':'))
         ++i;
     const std::size_t name_start = i;
-    while (i < t.size() && (std::isalnum(static_cast<unsigned char>(t[i])) || t[i] == '@' ||
-                            t[i] == '_'))
+    while (i < t.size() &&
+           (std::isalnum(static_cast<unsigned char>(t[i])) || t[i] == '@' || t[i] == '_'))
         ++i;
     s.name = t.substr(name_start, i - name_start);
     if (i < t.size() && t[i] == ':') {
@@ -126,8 +126,9 @@ bool read_literal(const std::string &item, Literal &l) {
         const char c = static_cast<char>(std::toupper(static_cast<unsigned char>(body[k])));
         if (std::isdigit(static_cast<unsigned char>(c))) continue;
         if (l.hex && c >= 'A' && c <= 'F') continue;
-        if (!l.hex && (c == '.' || c == 'E' ||
-                       ((c == '-' || c == '+') && k > 0 && (body[k - 1] == 'E' || body[k - 1] == 'e')))) {
+        if (!l.hex &&
+            (c == '.' || c == 'E' ||
+             ((c == '-' || c == '+') && k > 0 && (body[k - 1] == 'E' || body[k - 1] == 'e')))) {
             l.real = true;
             continue;
         }

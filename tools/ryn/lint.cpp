@@ -130,11 +130,11 @@ void literal_widths(const std::vector<std::string> &items, std::vector<Warning> 
         const bool wraps = l.negative ? magnitude > half : (!l.hex && magnitude >= half);
         if (!wraps) continue;
         const uint64_t bits = l.negative ? uint64_t(0) - magnitude : magnitude;
-        const long long sent = wide ? static_cast<long long>(bits)
-                                    : static_cast<int32_t>(static_cast<uint32_t>(bits));
-        w.push_back({"int-width", format("%s does not fit a %s integer: it is sent as %lld%s",
-                                         item.c_str(), wide ? "64-bit" : "32-bit", sent,
-                                         wide ? "L" : "")});
+        const long long sent =
+            wide ? static_cast<long long>(bits) : static_cast<int32_t>(static_cast<uint32_t>(bits));
+        w.push_back(
+            {"int-width", format("%s does not fit a %s integer: it is sent as %lld%s", item.c_str(),
+                                 wide ? "64-bit" : "32-bit", sent, wide ? "L" : "")});
     }
 }
 
@@ -189,8 +189,8 @@ void command_parameters(const VOK_DICT *d, const ScannedLine &s, const Translate
     const wire::BasicRecordView<const uint8_t> r{t.record};
     const uint32_t kind = r.kind();
     if (kind < wire::REC_BANG_COMMAND || kind >= wire::REC_ELEMENTS) return;
-    const uint32_t page = kind >= wire::REC_COMMAND ? kind - wire::REC_COMMAND
-                                                    : kind - wire::REC_BANG_COMMAND;
+    const uint32_t page =
+        kind >= wire::REC_COMMAND ? kind - wire::REC_COMMAND : kind - wire::REC_BANG_COMMAND;
     if (page > 5) return;
     const auto cmd = static_cast<int32_t>(page * 256 + r.command_byte());
     if (wire::is_assignment(cmd) || wire::is_compound(cmd) || cmd == wire::CMD_CONVERT ||
@@ -201,8 +201,8 @@ void command_parameters(const VOK_DICT *d, const ScannedLine &s, const Translate
     const int declared = vok_get_param_count(d, command);
     const std::string name = command_name(d, command);
     for (int p = 0; p < t.slots && p < declared; ++p) {
-        const uint32_t tag = wire::load_u32(t.record + wire::RECORD_HEADER_SIZE +
-                                            wire::RECORD_SLOT_SIZE * p);
+        const uint32_t tag =
+            wire::load_u32(t.record + wire::RECORD_HEADER_SIZE + wire::RECORD_SLOT_SIZE * p);
         if ((tag & wire::TYPE_CODE_MASK) != 0) continue; // a register as the value
         const uint32_t given = wire::value_class(tag);
         const uint32_t wanted = wire::value_class(vok_get_param_kind(d, command, p));
@@ -212,21 +212,22 @@ void command_parameters(const VOK_DICT *d, const ScannedLine &s, const Translate
         std::string hint;
         if (read_literal(item, l) && !l.real && l.suffix == 0)
             hint = format("; write %s%s", item.c_str(), suffix_of_class(wanted));
-        w.push_back({"param-type",
-                     format("parameter %d of %s (%s) is declared %s, but %s is sent as %s%s",
-                            p + 1, name.c_str(), or_dash(vok_get_param_name(d, command, p)),
-                            class_name(wanted), item.empty() ? "the value" : item.c_str(),
-                            literal_class_name(given), hint.c_str())});
+        w.push_back(
+            {"param-type", format("parameter %d of %s (%s) is declared %s, but %s is sent as %s%s",
+                                  p + 1, name.c_str(), or_dash(vok_get_param_name(d, command, p)),
+                                  class_name(wanted), item.empty() ? "the value" : item.c_str(),
+                                  literal_class_name(given), hint.c_str())});
     }
     if (t.slots < declared) {
         std::string names;
         for (int p = t.slots; p < declared; ++p)
-            names += (names.empty() ? "" : ", ") + std::string(or_dash(vok_get_param_name(d, command, p)));
-        w.push_back({"missing-params", format("%s declares %d parameter%s but is given %d: %s %s "
-                                              "not sent",
-                                              name.c_str(), declared, declared == 1 ? "" : "s",
-                                              t.slots, names.c_str(),
-                                              declared - t.slots == 1 ? "is" : "are")});
+            names += (names.empty() ? "" : ", ") +
+                     std::string(or_dash(vok_get_param_name(d, command, p)));
+        w.push_back(
+            {"missing-params", format("%s declares %d parameter%s but is given %d: %s %s "
+                                      "not sent",
+                                      name.c_str(), declared, declared == 1 ? "" : "s", t.slots,
+                                      names.c_str(), declared - t.slots == 1 ? "is" : "are")});
     }
 }
 

@@ -73,13 +73,14 @@ std::string reword(const std::string &what) {
     std::smatch m;
     static const std::regex at_most("(.*): At Most ([0-9]+) required but received ([0-9]+)");
     static const std::regex missing("(.*): [0-9]+ required [A-Z]+ missing");
-    static const std::regex not_expected("The following arguments? (?:was|were) not expected: (.*)");
+    static const std::regex not_expected(
+        "The following arguments? (?:was|were) not expected: (.*)");
     static const std::regex not_in("(.*): (.*) not in \\{(.*)\\}");
     static const std::regex required("(.*) is required");
     if (std::regex_match(what, m, at_most))
         return m[2] == "1" ? m[1].str() + " takes one value, but was given " + m[3].str()
-                           : m[1].str() + " takes at most " + m[2].str() + " values, but was given " +
-                                 m[3].str();
+                           : m[1].str() + " takes at most " + m[2].str() +
+                                 " values, but was given " + m[3].str();
     if (std::regex_match(what, m, missing)) return m[1].str() + " needs a value";
     if (std::regex_match(what, m, not_expected)) return "unexpected argument '" + m[1].str() + "'";
     if (std::regex_match(what, m, not_in)) {
@@ -90,7 +91,8 @@ std::string reword(const std::string &what) {
     }
     if (std::regex_match(what, m, required)) return "missing argument <" + m[1].str() + ">";
     std::string text = what;
-    if (!text.empty()) text[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(text[0])));
+    if (!text.empty())
+        text[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(text[0])));
     return text;
 }
 
@@ -121,8 +123,7 @@ int run(int argc, char **argv) {
         return exit_ok;
     } catch (const CLI::ParseError &e) {
         const CLI::App *at = deepest(&app);
-        err() << path_of(at) << ": " << reword(e.what()) << " (see " << path_of(at)
-              << " --help)\n";
+        err() << path_of(at) << ": " << reword(e.what()) << " (see " << path_of(at) << " --help)\n";
         return exit_usage;
     }
     return exit_code;

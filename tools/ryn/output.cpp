@@ -18,7 +18,8 @@ long system_write(int fd, const void *data, std::size_t size) {
     return static_cast<long>(::write(fd, data, size));
 }
 
-template <typename T> std::string_view number_text(char (&text)[24], T value) {
+template <typename T>
+std::string_view number_text(char (&text)[24], T value) {
     const auto r = std::to_chars(text, text + sizeof text, value);
     return {text, static_cast<std::size_t>(r.ptr - text)};
 }

@@ -195,8 +195,7 @@ class Batch {
             &mask, input.c_str());
         if (rc != 0) {
             fail(input, rc, tra_translate_error(rc), true,
-                 o_.reverse ? std::vector<std::string>{}
-                            : explain_failure(dict_, input, rc));
+                 o_.reverse ? std::vector<std::string>{} : explain_failure(dict_, input, rc));
             return;
         }
         const int slots = static_cast<int32_t>(count);
@@ -420,8 +419,8 @@ int run(const Options &o) {
     const uint32_t used = tra_get_drv_version(tra, 0);
     if (any_version && used != config.version)
         err() << "ryn translate: " << product_name(config.product) << " has no version "
-              << version_text(config.version) << "; the translator uses "
-              << version_text(used) << '\n';
+              << version_text(config.version) << "; the translator uses " << version_text(used)
+              << '\n';
     Dict dict;
     if (vok_open(&dict.d, tra_get_drv_product(tra, 0), used, tra_get_ext_product(tra, 0),
                  tra_get_ext_version(tra, 0)) != 0)
@@ -443,8 +442,8 @@ int run(const Options &o) {
         std::string line;
         while (reader.next(line) && !out().failed()) {
             if (reader.nul_column() != 0)
-                batch.refuse(line, format("the line holds a NUL byte (column %zu)",
-                                          reader.nul_column()));
+                batch.refuse(line,
+                             format("the line holds a NUL byte (column %zu)", reader.nul_column()));
             else
                 batch.line(line);
             if (interactive) out().flush();
@@ -455,8 +454,8 @@ int run(const Options &o) {
             status = exit_line_failed;
         }
         if (reader.error() != 0) {
-            err() << "ryn translate: cannot read '" << source << "': "
-                  << std::strerror(reader.error()) << '\n';
+            err() << "ryn translate: cannot read '" << source
+                  << "': " << std::strerror(reader.error()) << '\n';
             status = exit_usage;
         }
         if (fd > STDIN_FILENO) ::close(fd);

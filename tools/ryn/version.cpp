@@ -6,9 +6,9 @@
 #include <string>
 
 #include "common.hpp"
+#include "output.hpp"
 #include "ryn/tra.h"
 #include "ryn/vok.h"
-#include "output.hpp"
 
 namespace ryn::cli {
 
@@ -38,7 +38,7 @@ int version() {
           << " (a fixed value the library reports, not the date it was built)\n"
           << "tool built " << tool_build_date() << '\n'
           << "family " << (vok_get_family_name()[0] ? vok_get_family_name() : "-") << " ("
-              << vok_get_family_source() << "):\n";
+          << vok_get_family_source() << "):\n";
     for (int i = 0; i < vok_get_product_count(); ++i) {
         const uint32_t p = vok_get_product_code(i);
         if (vok_is_reserved_product(p)) continue;
