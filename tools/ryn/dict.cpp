@@ -124,6 +124,20 @@ struct Table {
     }
 };
 
+// The entries of an enumeration that apply, as JSON objects with their parent entry.
+template <typename Applies>
+nlohmann::ordered_json enum_json(const VOK_DICT *d, uint32_t kind, int display, int id,
+                                 Applies applies) {
+    nlohmann::ordered_json entries = nlohmann::ordered_json::array();
+    for (int k = 0; k < vok_get_enum_count(d, id); ++k)
+        if (applies(k))
+            entries.push_back({{"value", value_text(kind, display, enum_value(d, kind, id, k))},
+                               {"name", or_dash(vok_get_enum_entry_name(d, id, k))},
+                               {"mask", vok_enum_entry_is_mask(d, id, k) != 0},
+                               {"parent", vok_get_enum_entry_parent(d, id, k)}});
+    return entries;
+}
+
 // Whether the listing is written as JSON (--json of every dict command).
 bool as_json = false;
 
@@ -333,17 +347,10 @@ int show_register(const ConfigOptions &o, const std::string &name) {
             e["default"] = value_text(kind, f, reg_default(d, kind, index, sub));
             e["writable"] = vok_register_writable(d, kind, index, sub) != 0;
             e["reserved"] = vok_element_is_reserved(d, kind, index, sub) != 0;
-            if (int id = vok_get_reg_enum(d, kind, index, sub); id != 0) {
-                nlohmann::ordered_json entries = nlohmann::ordered_json::array();
-                for (int k = 0; k < vok_get_enum_count(d, id); ++k)
-                    if (vok_enum_entry_for_reg(d, k, kind, index, sub))
-                        entries.push_back(
-                            {{"value", value_text(kind, f, enum_value(d, kind, id, k))},
-                             {"name", or_dash(vok_get_enum_entry_name(d, id, k))},
-                             {"mask", vok_enum_entry_is_mask(d, id, k) != 0},
-                             {"parent", vok_get_enum_entry_parent(d, id, k)}});
-                e["enumeration"] = entries;
-            }
+            if (int id = vok_get_reg_enum(d, kind, index, sub); id != 0)
+                e["enumeration"] = enum_json(d, kind, f, id, [&](int k) {
+                    return vok_enum_entry_for_reg(d, k, kind, index, sub) != 0;
+                });
             elements.push_back(e);
         }
         j["element_list"] = elements;
@@ -463,17 +470,10 @@ int show_command(const ConfigOptions &o, const std::string &text) {
                                     param_limit(d, cmd, p, kind, true));
             e["list"] = vok_param_is_vector(d, cmd, p) != 0;
             e["iso_unit"] = vok_get_param_iso_unit(d, cmd, p);
-            if (int id = vok_get_param_enum(d, cmd, p); id != 0) {
-                nlohmann::ordered_json entries = nlohmann::ordered_json::array();
-                for (int k = 0; k < vok_get_enum_count(d, id); ++k)
-                    if (vok_enum_entry_for_param(d, k, cmd, p))
-                        entries.push_back(
-                            {{"value", value_text(kind, display, enum_value(d, kind, id, k))},
-                             {"name", or_dash(vok_get_enum_entry_name(d, id, k))},
-                             {"mask", vok_enum_entry_is_mask(d, id, k) != 0},
-                             {"parent", vok_get_enum_entry_parent(d, id, k)}});
-                e["enumeration"] = entries;
-            }
+            if (int id = vok_get_param_enum(d, cmd, p); id != 0)
+                e["enumeration"] = enum_json(d, kind, display, id, [&](int k) {
+                    return vok_enum_entry_for_param(d, k, cmd, p) != 0;
+                });
             params.push_back(e);
         }
         j["parameters"] = params;

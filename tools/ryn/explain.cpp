@@ -32,12 +32,12 @@ std::string with_alias(const VOK_DICT *d, uint32_t kind, uint32_t index) {
     return name;
 }
 
-std::string enum_entries(const VOK_DICT *d, uint32_t kind, int display, int id, uint32_t index,
-                         uint32_t element) {
+// The value entries of an enumeration that apply: "0 OFF, 1 POSITION".
+template <typename Applies>
+std::string enum_entries(const VOK_DICT *d, uint32_t kind, int display, int id, Applies applies) {
     std::string list;
     for (int e = 0; e < vok_get_enum_count(d, id); ++e) {
-        if (vok_enum_entry_is_mask(d, id, e) || !vok_enum_entry_for_reg(d, e, kind, index, element))
-            continue;
+        if (vok_enum_entry_is_mask(d, id, e) || !applies(e)) continue;
         list += (list.empty() ? "" : ", ") + value_text(kind, display, enum_value(d, kind, id, e)) +
                 " " + or_dash(vok_get_enum_entry_name(d, id, e));
     }
@@ -125,7 +125,10 @@ void explain_register(const VOK_DICT *d, const ScannedLine &s, int code,
             } else if (int id = vok_get_reg_enum(d, kind, index, element); id != 0) {
                 out.push_back(format("%s%s takes %s", name.c_str(),
                                      length > 1 ? format(" element %u", element).c_str() : "",
-                                     enum_entries(d, kind, f, id, index, element).c_str()));
+                                     enum_entries(d, kind, f, id, [&](int e) {
+                                         return vok_enum_entry_for_reg(d, e, kind, index,
+                                                                       element) != 0;
+                                     }).c_str()));
             }
             if (!out.empty()) return;
         }
@@ -151,11 +154,9 @@ void explain_command(const VOK_DICT *d, const ScannedLine &s, int code,
                                              param_limit(d, command, p, kind, true));
         std::string entries;
         if (int id = vok_get_param_enum(d, command, p); id != 0)
-            for (int e = 0; e < vok_get_enum_count(d, id); ++e)
-                if (!vok_enum_entry_is_mask(d, id, e) && vok_enum_entry_for_param(d, e, command, p))
-                    entries += (entries.empty() ? "" : ", ") +
-                               value_text(kind, f, enum_value(d, kind, id, e)) + " " +
-                               or_dash(vok_get_enum_entry_name(d, id, e));
+            entries = enum_entries(d, kind, f, id, [&](int e) {
+                return vok_enum_entry_for_param(d, e, command, p) != 0;
+            });
         if (code == TRA_ERANGE && range != "none")
             out.push_back(format("parameter %d of %s (%s) takes %s", p + 1, name.c_str(),
                                  or_dash(vok_get_param_name(d, command, p)), range.c_str()));
