@@ -24,7 +24,8 @@ typedef struct OXB_BUS OXB_BUS;
 #define OXB_ECAPACITY (-203) /* the record would not fit its buffer */
 #define OXB_ENOTHING (-210)  /* nothing arrived: a poll found nothing or a wait timed out */
 
-/* Byte size of a command record with room for slots parameter slots: 8 + 16 * slots. */
+/* Byte size of a command record with room for slots parameter slots: 8 + 16 * slots; 0 for a
+ * count outside 0..OXB_RECORD_MAX_SLOTS. */
 RYN_EXPORT int oxb_record_size(int slots);
 /* Builds a record of kind and command into buffer (room for capacity slots); each "i" of format
  * takes two unsigned values, a slot's type tag and its 32-bit value. */

@@ -371,7 +371,8 @@ int _tra_parse_floating_numbers(TRA *tra, ParseContext *ctx, int p, int32_t cmd)
     static constexpr Tracer t{"traa2r", "_tra_parse_floating_numbers"};
     if (tra == nullptr || ctx == nullptr || p < 0 || ctx->count > MAX_OPERANDS || p > ctx->count)
         return t.fail(__LINE__, TRA_EINTERNAL);
-    bool assignment = cmd == 91 || cmd == 92 || cmd == 123 || cmd == 125;
+    // The values of an assignment in register units follow its destination register.
+    const bool assignment = is_unit_assignment(cmd);
     int first = assignment ? p + 1 : p;
     uint64_t axes = ctx->axis_mask;
     uint64_t present = tra->present_axes.load();
@@ -411,7 +412,7 @@ int _tra_parse_floating_numbers(TRA *tra, ParseContext *ctx, int p, int32_t cmd)
                         return t.fail(__LINE__, TRA_EISOVALUE, tok.text);
                     how.code = vok_get_param_format(dict, static_cast<uint32_t>(cmd), param);
                     how.value_class =
-                        vok_get_param_kind(dict, static_cast<uint32_t>(cmd), param) & 0x60;
+                        value_class(vok_get_param_kind(dict, static_cast<uint32_t>(cmd), param));
                 } else {
                     uint32_t kind = static_cast<uint32_t>(destination.type);
                     if (!vok_register_exists(dict, kind, destination.index, element)) {
@@ -420,7 +421,7 @@ int _tra_parse_floating_numbers(TRA *tra, ParseContext *ctx, int p, int32_t cmd)
                         if (!vok_register_is_iso(dict, kind, destination.index, element))
                             return t.fail(__LINE__, TRA_EISOVALUE, tok.text);
                         how.code = vok_get_register_format(dict, kind, destination.index, element);
-                        how.value_class = kind & 0x60;
+                        how.value_class = value_class(kind);
                         if (filter_mode != 0) {
                             bool user =
                                 vok_test_register(dict, kind, destination.index, element) != 0;
@@ -462,7 +463,7 @@ int _tra_parse_floating_numbers(TRA *tra, ParseContext *ctx, int p, int32_t cmd)
         }
         tok.type = static_cast<int32_t>(last_class);
         std::memset(tok.value, 0, sizeof tok.value);
-        std::memcpy(tok.value, last, last_class == 0x40 || last_class == 0x60 ? 8 : 4);
+        std::memcpy(tok.value, last, static_cast<std::size_t>(value_size(last_class)));
     }
     return 0;
 }
