@@ -87,7 +87,7 @@ struct Builder {
     uint64_t default_axes() const {
         uint64_t mask = ALL_AXES;
         uint64_t download = tra.download_axis_mask;
-        if ((tra.flags & TRA_FDOWNLOAD_AXES) != 0 && download != 0) mask = download;
+        if ((tra.call.flags & TRA_FDOWNLOAD_AXES) != 0 && download != 0) mask = download;
         uint64_t present = tra.present_axes;
         return present != 0 ? mask & present : mask;
     }
@@ -104,7 +104,7 @@ struct Builder {
                 if (i == 0) {
                     // While a stream gives the default axes, the alias must hold on all of them.
                     uint64_t tested =
-                        (tra.flags & TRA_FDOWNLOAD_AXES) != 0 ? default_axes() : ctx.axis_mask;
+                        (tra.call.flags & TRA_FDOWNLOAD_AXES) != 0 ? default_axes() : ctx.axis_mask;
                     if (tested != 0 && (tested & ~e->axes) != 0) continue;
                 }
                 tok.whole = 0;
@@ -453,7 +453,7 @@ int _tra_asc2rec_exec(TRA *tra, const char *text, TRA_RECORD *record, int32_t ca
     const int kept = _tra_clean_line(text, line, length + 1);
     if (kept < 0) return t.fail(__LINE__, TRA_ESYSTEM);
     if (kept == 0) {
-        if ((tra->flags & TRA_FEMPTY_IS_ERROR) != 0) return t.fail(__LINE__, TRA_EEMPTYCMD);
+        if ((tra->call.flags & TRA_FEMPTY_IS_ERROR) != 0) return t.fail(__LINE__, TRA_EEMPTYCMD);
         if (count_out != nullptr) *count_out = -1;
         return 0;
     }
@@ -555,7 +555,7 @@ int _tra_asc2rec_ex(TRA *tra, const char *text, TRA_RECORD *record, int32_t capa
                     int32_t filter_count, const uint8_t *filter_types, int32_t *count_out,
                     uint64_t *mask_out) {
     static constexpr Tracer t{"traa2r", "_tra_asc2rec_ex"};
-    return locked_call(*tra, t, __LINE__, [&] {
+    return in_session(*tra, t, __LINE__, [&] {
         return _tra_asc2rec_exec(tra, text, record, capacity, filter_count, filter_types, count_out,
                                  mask_out);
     });

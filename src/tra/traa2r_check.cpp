@@ -369,7 +369,7 @@ int _tra_check_everything(TRA *tra, ParseContext *ctx, int p, int32_t cmd) {
     if (ctx->bracketed != 0) return 0;
     const Token *tokens = ctx->tokens;
     const AddressedDicts dicts(*tra, ctx->axis_mask);
-    const bool checking = (tra->flags.load() & TRA_FNO_CHECK) == 0;
+    const bool checking = (tra->call.flags & TRA_FNO_CHECK) == 0;
     const auto command = static_cast<uint32_t>(cmd);
 
     // The command is known. A register read is answered by one drive only.

@@ -383,7 +383,7 @@ int _tra_parse_floating_numbers(TRA *tra, ParseContext *ctx, int p, int32_t cmd)
         // Only a number written with a fraction or an exponent and no suffix; a register of an
         // unknown type carries the same tag but is no number.
         if (tok.type != TAG_ISO || _tra_read_number(tok.text).tag != TAG_ISO) continue;
-        TRA_ISO_CONVERTER converter = tra->iso_converter.load();
+        TRA_ISO_CONVERTER converter = tra->call.converter;
         if (converter == nullptr) return t.fail(__LINE__, TRA_EISOVALUE, tok.text);
 
         const Token &destination = ctx->tokens[p];
@@ -435,7 +435,7 @@ int _tra_parse_floating_numbers(TRA *tra, ParseContext *ctx, int p, int32_t cmd)
             unsigned char drive[8] = {};
             double iso = tok.f64();
             int rc = converter(tra->bus, drive, &iso, how.value_class, how.code, axis, 0,
-                               tra->iso_context.load());
+                               tra->call.context);
             converted = true;
             if (rc == 0) {
                 succeeded = true;

@@ -32,7 +32,7 @@ const char *register_comment(const TRA *tra, uint64_t axis_mask, const RegisterA
 }
 
 bool comments_wanted(const TRA *tra) {
-    return (tra->flags.load(std::memory_order_relaxed) & TRA_FDESCRIPTIONS) != 0;
+    return (tra->call.flags & TRA_FDESCRIPTIONS) != 0;
 }
 
 // One register assignment form: its command code and the word of its comment; the operator's
@@ -345,7 +345,7 @@ int _tra_rec2asc_exec(TRA *tra, char *text, const TRA_RECORD *record, uint64_t a
                                nullptr);
     } else {
         const LookupEntry *alias =
-            _tra_find_alias(tra->commands.data(), tra->commands.size(), COMMAND_TYPE,
+            _tra_find_alias(tra->commands, tra->command_aliases, COMMAND_TYPE,
                             static_cast<uint32_t>(code), axis_mask);
         rc = _tra_write_params(tra, out, rec, count, axis_mask, code,
                                alias != nullptr ? alias->name : nullptr, nullptr, nullptr);
@@ -469,15 +469,15 @@ int _tra_rec2asc2_exec(TRA *tra, char *text, const TRA_RECORD *request, const TR
 int _tra_rec2asc_ex(TRA *tra, char *text, const TRA_RECORD *record, uint64_t axis_mask, int size) {
     static constexpr Tracer t{"trar2a", "_tra_rec2asc_ex"};
     if (tra == nullptr) return t.fail(__LINE__, TRA_EBADPARAM);
-    return locked_call(*tra, t, __LINE__,
-                       [&] { return _tra_rec2asc_exec(tra, text, record, axis_mask, size); });
+    return in_session(*tra, t, __LINE__,
+                      [&] { return _tra_rec2asc_exec(tra, text, record, axis_mask, size); });
 }
 
 int _tra_rec2asc2_ex(TRA *tra, char *text, const TRA_RECORD *request, const TRA_RECORD *answer,
                      uint64_t axis_mask, int size) {
     static constexpr Tracer t{"trar2a", "_tra_rec2asc2_ex"};
     if (tra == nullptr) return t.fail(__LINE__, TRA_EBADPARAM);
-    return locked_call(*tra, t, __LINE__, [&] {
+    return in_session(*tra, t, __LINE__, [&] {
         return _tra_rec2asc2_exec(tra, text, request, answer, axis_mask, size);
     });
 }

@@ -115,7 +115,7 @@ double scale_down(double v, int e) {
 
 void _tra_format_double(const TRA *tra, Text &out, double v, int digits) {
     char text[400];
-    if ((tra->flags.load(std::memory_order_relaxed) & TRA_FFULL_PRECISION) != 0) {
+    if ((tra->call.flags & TRA_FFULL_PRECISION) != 0) {
         int n = std::snprintf(text, sizeof text, "%.20lf", v);
         n = std::clamp(n, 0, static_cast<int>(sizeof text) - 1);
         const char *stop = static_cast<const char *>(std::memchr(text, '.', std::size_t(n)));
@@ -201,9 +201,9 @@ enum class Iso { none, converted, disagree };
 // when at least one axis converted and all that converted agree.
 Iso convert_to_iso(TRA *tra, uint32_t value_class, const uint8_t value[8], int format,
                    uint64_t axis_mask, double *result) {
-    TRA_ISO_CONVERTER converter = tra->iso_converter.load();
+    TRA_ISO_CONVERTER converter = tra->call.converter;
     if (converter == nullptr) return Iso::none;
-    void *context = tra->iso_context.load();
+    void *context = tra->call.context;
     bool have = false;
     double first = 0;
     for (int axis = 0; axis < AXES; ++axis) {
@@ -261,8 +261,7 @@ void format_decimal(const TRA *tra, Text &out, uint32_t cls, const uint8_t value
 void _tra_format_value(TRA *tra, Text &out, uint32_t cls, const uint8_t value[8], bool convert,
                        int format, uint64_t axis_mask) {
     const uint32_t vclass = value_class(cls);
-    if (convert && (tra->flags.load(std::memory_order_relaxed) & TRA_FISO_CONVERT) != 0 &&
-        tra->iso_converter.load() != nullptr) {
+    if (convert && (tra->call.flags & TRA_FISO_CONVERT) != 0 && tra->call.converter != nullptr) {
         double iso = 0;
         switch (convert_to_iso(tra, vclass, value, format, axis_mask, &iso)) {
         case Iso::converted:
@@ -336,14 +335,9 @@ void _tra_format_axes(Text &out, uint64_t axis_mask) {
     out.append(')');
 }
 
-const LookupEntry *_tra_find_alias(const LookupEntry *table, std::size_t count, uint32_t kind,
-                                   uint32_t index, uint64_t axis_mask) {
-    if (table == nullptr) return nullptr;
-    for (std::size_t i = 0; i < count; ++i) {
-        const LookupEntry &e = table[i];
-        if (e.type == kind && e.index == index && (e.axes & axis_mask) != 0) return &e;
-    }
-    return nullptr;
+const LookupEntry *_tra_find_alias(const std::vector<LookupEntry> &table, const AliasIndex &index,
+                                   uint32_t kind, uint32_t register_index, uint64_t axis_mask) {
+    return index.find(table, kind, register_index, axis_mask);
 }
 
 // ---- Register names ----
@@ -372,9 +366,8 @@ int _tra_format_register(TRA *tra, Text *out, int64_t axis_mask, const RegisterA
         out->append("XAC");
     } else {
         const LookupEntry *alias = nullptr;
-        if ((tra->flags.load(std::memory_order_relaxed) & TRA_FUSE_ALIASES) != 0)
-            alias = _tra_find_alias(tra->registers.data(), tra->registers.size(), kind, reg.index,
-                                    axes);
+        if ((tra->call.flags & TRA_FUSE_ALIASES) != 0)
+            alias = _tra_find_alias(tra->registers, tra->register_aliases, kind, reg.index, axes);
         if (alias != nullptr && alias->name != nullptr) {
             out->append(alias->name);
         } else {
@@ -422,7 +415,7 @@ int _tra_format_register(TRA *tra, Text *out, int64_t axis_mask, const RegisterA
 // ---- Comments ----
 
 void _tra_append_comment(const TRA *tra, Text &out, const char *word, const char *comment) {
-    const uint32_t flags = tra->flags.load(std::memory_order_relaxed);
+    const uint32_t flags = tra->call.flags;
     const int l = out.length();
     if ((flags & TRA_FTAB) != 0) {
         out.append('\t');

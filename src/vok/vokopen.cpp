@@ -11,6 +11,7 @@
 
 #include "ryn/sup.h"
 #include "ryn/vok.h"
+#include "sup/ascii.hpp"
 #include "sup/error_table.hpp"
 #include "vokmodel.hpp"
 
@@ -162,11 +163,7 @@ std::unique_ptr<Model> build_model(const Family &family, const Product &product,
 } // namespace
 
 bool name_less(const char *a, const char *b) {
-    for (;; ++a, ++b) {
-        int x = std::toupper(static_cast<unsigned char>(*a));
-        int y = std::toupper(static_cast<unsigned char>(*b));
-        if (x != y || x == 0) return x < y;
-    }
+    return ascii_compare_nocase(a, b) < 0;
 }
 
 const Family &active_family() {
