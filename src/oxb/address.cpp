@@ -377,7 +377,8 @@ int parse_address(const char *address, SimAddress *out, std::string *message) {
             if ((axes >> axis & 1) == 0) continue;
             DriveSpec spec{axis, default_identity(axis), "", OXB_EOPTION};
             auto mark = [&](const char *k) {
-                spec.origin += (spec.origin.empty() ? "" : ";") + std::string(k) + "=" + options[k];
+                if (!spec.origin.empty()) spec.origin += ';';
+                spec.origin.append(k).append("=").append(options[k]);
             };
             if ((product_axes >> axis & 1) != 0) {
                 if (has("product")) spec.identity.product = product, mark("product");

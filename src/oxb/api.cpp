@@ -107,6 +107,7 @@ int oxb_close(OXB_PORT **port) {
         if (port == nullptr) return OXB_EBADPARAM;
         std::shared_ptr<Port> p = Registry::get().close(*port);
         if (!p) return OXB_EBADPORT;
+        Registry::forget_cached_port();
         *port = nullptr;
         p->close();
         return 0;
@@ -195,7 +196,7 @@ int oxb_unregister_handler(OXB_BUS *bus, void *owner) {
 
 int oxb_send(OXB_PORT *port, void *ticket, uint64_t axes, const void *record, int timeout_ms) {
     return guarded([&] {
-        const auto p = Registry::get().port(port);
+        Port *const p = Registry::get().cached_port(port);
         if (!p) return OXB_EBADPORT;
         if (record == nullptr || axes == 0) return OXB_EBADPARAM;
         const wire::ConstRecordView r{static_cast<const uint8_t *>(record)};
@@ -207,7 +208,7 @@ int oxb_send(OXB_PORT *port, void *ticket, uint64_t axes, const void *record, in
 int oxb_receive(OXB_PORT *port, void **ticket, int reserved1, void *buffer, int capacity,
                 int reserved2, int timeout_ms) {
     return guarded([&] {
-        const auto p = Registry::get().port(port);
+        Port *const p = Registry::get().cached_port(port);
         if (!p) return OXB_EBADPORT;
         if (buffer == nullptr || capacity < 0 || reserved1 != 0 || reserved2 != 0)
             return OXB_EBADPARAM;

@@ -27,6 +27,7 @@ struct Answer {
     Clock::time_point due;
     uint64_t seq;
     void *ticket;
+    bool ready; // due when it was posted: taken without a look at the clock
     int size;
     uint8_t bytes[wire::RECORD_MAX_SIZE];
 };
@@ -35,9 +36,11 @@ class Port {
   public:
     Port(std::shared_ptr<Bus> bus, OXB_PORT *handle) : bus_(std::move(bus)), handle_(handle) {}
 
-    // Queues an answer that a receiver may take from `due` on. Answers come out in the order of
-    // their due times, equal ones in the order they were posted. Dropped once the port is closed.
-    void post(void *ticket, wire::ConstRecordView answer, Clock::time_point due);
+    // Queues an answer that a receiver may take from `due` on (`now`: the poster's clock, read
+    // once per record). Answers come out in the order of their due times, equal ones in the order
+    // they were posted. Dropped once the port is closed.
+    void post(void *ticket, wire::ConstRecordView answer, Clock::time_point due,
+              Clock::time_point now);
     // Takes the next due answer; see oxb_receive.
     int receive(void **ticket, uint8_t *buffer, int capacity, int timeout_ms);
     // Refuses further answers and wakes every receiver with OXB_ECLOSED.

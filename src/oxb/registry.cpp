@@ -21,6 +21,31 @@ std::shared_ptr<Bus> Registry::bus(OXB_BUS *handle) {
     return it == buses_.end() ? nullptr : it->second;
 }
 
+namespace {
+
+struct PortCache {
+    OXB_PORT *handle = nullptr;
+    uint64_t closes = 0;
+    std::shared_ptr<Port> port;
+};
+thread_local PortCache port_cache;
+
+} // namespace
+
+Port *Registry::cached_port(OXB_PORT *handle) {
+    PortCache &c = port_cache;
+    const uint64_t closes = closes_.load(std::memory_order_acquire);
+    if (handle != nullptr && c.handle == handle && c.closes == closes) return c.port.get();
+    c.port = port(handle);
+    c.handle = c.port ? handle : nullptr;
+    c.closes = closes;
+    return c.port.get();
+}
+
+void Registry::forget_cached_port() {
+    port_cache = PortCache{};
+}
+
 uintptr_t Registry::fresh_handle() {
     std::lock_guard lk(mu_);
     next_ += 16;
@@ -56,6 +81,7 @@ std::shared_ptr<Port> Registry::close(OXB_PORT *handle) {
     if (it == ports_.end()) return nullptr;
     std::shared_ptr<Port> port = std::move(it->second);
     ports_.erase(it);
+    closes_.fetch_add(1, std::memory_order_release);
     Bus &bus = port->bus();
     if (--bus.open_ports == 0) {
         buses_.erase(reinterpret_cast<uintptr_t>(bus.handle()));

@@ -2,6 +2,7 @@
 // so that a closed handle is refused without being dereferenced; named buses by name.
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <shared_mutex>
 #include <string>
@@ -16,6 +17,12 @@ class Registry {
     static Registry &get();
 
     std::shared_ptr<Port> port(OXB_PORT *handle);
+    // The open port of a handle, null when there is none, for the calls that run most often:
+    // each thread keeps the last port it looked up while no port has been closed since, which
+    // spares the registry lock. The port stays valid for the calling thread until its next call.
+    Port *cached_port(OXB_PORT *handle);
+    // Forgets the calling thread's cached port.
+    static void forget_cached_port();
     std::shared_ptr<Bus> bus(OXB_BUS *handle);
 
     // A handle value not given before (a multiple of 16, never dereferenced).
@@ -42,6 +49,7 @@ class Registry {
     std::unordered_map<uintptr_t, std::shared_ptr<Bus>> buses_;
     std::unordered_map<std::string, std::shared_ptr<Bus>> names_;
     uintptr_t next_ = 0x10000;
+    std::atomic<uint64_t> closes_{0}; // ports closed so far: a cached port is stale when it moves
 };
 
 template <typename MakeBus>

@@ -100,13 +100,13 @@ void SimTransport::submit(const Outbound &out) {
     uint64_t axes = out.axes & present_;
     if (axes == 0) {
         write_bus_answer(request, merged);
-        out.port->post(out.ticket, wire::ConstRecordView{merged_bytes}, out.sent);
+        out.port->post(out.ticket, wire::ConstRecordView{merged_bytes}, out.sent, out.sent);
         return;
     }
     // A register read is answered by one drive: the lowest addressed one.
     if (wire::is_request_kind(request.kind())) axes &= ~axes + 1;
 
-    const uint64_t now = host_->now_us();
+    const uint64_t now = out.sent_us;
     bool ack = true;
     bool status = false;
     bool lost = false;
@@ -133,12 +133,12 @@ void SimTransport::submit(const Outbound &out) {
     if (lost) {
         write_bus_answer(request, merged);
         out.port->post(out.ticket, wire::ConstRecordView{merged_bytes},
-                       out.sent + std::chrono::milliseconds(faults_.answer_ms));
+                       out.sent + std::chrono::milliseconds(faults_.answer_ms), out.sent);
     } else {
         const uint32_t bits = (ack ? wire::HEADER_ACK : 0) | (status ? wire::HEADER_STATUS : 0);
         merged.set_word((merged.word() & ~(wire::HEADER_ACK | wire::HEADER_STATUS)) | bits);
         out.port->post(out.ticket, wire::ConstRecordView{merged_bytes},
-                       out.sent + std::chrono::microseconds(faults_.latency_us));
+                       out.sent + std::chrono::microseconds(faults_.latency_us), out.sent);
     }
     for (; leaving != 0; leaving &= leaving - 1)
         detach(std::countr_zero(leaving));

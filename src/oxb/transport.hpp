@@ -34,7 +34,8 @@ struct Outbound {
     uint64_t axes;
     void *ticket;
     Port *port;
-    Clock::time_point sent;
+    Clock::time_point sent; // when it was sent
+    uint64_t sent_us;       // the same on the bus's clock (microseconds since the bus was made)
 };
 
 // Every member is called with the bus mutex held, so a transport needs no lock of its own for its
