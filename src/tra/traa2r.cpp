@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cstddef>
 #include <memory>
 #include <new>
 #include <utility>
@@ -505,8 +506,17 @@ int _tra_asc2rec_exec(TRA *tra, const char *text, TRA_RECORD *record, int32_t ca
     // of a type outside the filter skips this test with the other checks.
     const auto present = static_cast<int64_t>(tra->present_axes.load());
     const uint64_t download = tra->download_axis_mask;
-    if (checked && ((present >= 1 && (ctx.axis_mask & static_cast<uint64_t>(present)) == 0) ||
-                    (download != 0 && (ctx.axis_mask & download) == 0))) {
+    bool absent = present >= 1 && (ctx.axis_mask & static_cast<uint64_t>(present)) == 0;
+    if (checked && absent && (present & 1) != 0 && tra->bus != nullptr) {
+        // A bus that does not filter by presence is given the line all the same. A bus that
+        // cannot tell leaves the test as it is.
+        uint8_t info[sizeof(BusInfo)] = {};
+        store_u32(info, sizeof(BusInfo));
+        if (oxb_get_bus_info(tra->bus, 0, info) == 0 &&
+            (load_u32(info + offsetof(BusInfo, flags)) & BUS_NO_PRESENCE_FILTER) != 0)
+            absent = false;
+    }
+    if (checked && (absent || (download != 0 && (ctx.axis_mask & download) == 0))) {
         if (count_out != nullptr) *count_out = -1;
         return 0;
     }

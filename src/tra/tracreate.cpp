@@ -1,5 +1,9 @@
 // Creation of offline translators for named drive configurations, shared by both translator roles.
 #include "tracreate.hpp"
+
+#include <bit>
+#include <cstddef>
+
 #include "tralkt.hpp"
 
 namespace ryn::tra {
@@ -33,6 +37,33 @@ int create_offline(const Tracer &t, const CreateLines &lines, TRA **out, uint32_
     // A failure thrown half-way leaves no half-built translator behind either.
     if (rc != 0 && *out != nullptr) suspended([&] { tra_destroy(out); });
     return rc;
+}
+
+int create_on_bus(const Tracer &t, const BusCreateLines &lines, TRA **out, uint32_t kind,
+                  OXB_PORT *port, uint32_t flags) {
+    wire::DriveInfo info{};
+    wire::store_u32(reinterpret_cast<uint8_t *>(&info), sizeof info);
+    if (oxb_port_is_valid(port) == 0) return t.fail(lines.port, TRA_EBADPARAM);
+    OXB_BUS *bus = nullptr;
+    if (oxb_get_port_bus(port, &bus) != 0) return t.fail(lines.bus, TRA_EBADPARAM);
+    uint64_t present = 0;
+    if (oxb_get_present_axes(bus, &present) != 0) return t.convert(lines.present, TRA_EBADPARAM);
+    if (present != 0 && oxb_get_drive_info(bus, std::countr_zero(present), &info) != 0)
+        return t.convert(lines.drive, TRA_EBADPARAM);
+    const uint32_t product = wire::load_u32(reinterpret_cast<const uint8_t *>(&info) +
+                                            offsetof(wire::DriveInfo, product));
+    int rc = _tra_create_base(out, product, 0, flags, kind);
+    if (rc != 0) return t.pass(lines.base, rc);
+    TRA *tra = *out;
+    tra->bus = bus;
+    tra->port = port;
+    if (oxb_register_handler(bus, tra, ~uint64_t(0), 0, 0, OXB_EVENT_DRIVES, _tra_bus_event, tra) !=
+        0) {
+        t.fail(lines.handler, TRA_EINTERNAL);
+        suspended([&] { tra_destroy(out); });
+        return TRA_EINTERNAL;
+    }
+    return 0;
 }
 
 } // namespace ryn::tra

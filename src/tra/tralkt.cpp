@@ -258,8 +258,10 @@ int _tra_rebuild_lkt(TRA *tra, uint64_t generation, uint32_t flags) noexcept {
         tra->register_aliases.clear();
         tra->command_aliases.clear();
 
-        // Offline every axis counts as present; bus-bound translators ask their bus.
-        const uint64_t present = ALL_AXES;
+        // Offline every axis counts as present; bus-bound translators ask their bus (a bus that
+        // cannot tell counts every axis as absent).
+        uint64_t present = ALL_AXES;
+        if (tra->bus != nullptr && oxb_get_present_axes(tra->bus, &present) != 0) present = 0;
         tra->present_axes = present;
         const bool drive_only = (flags & TRA_FDRIVE_ONLY) != 0;
         for (int axis = 0; axis < AXES; ++axis) {

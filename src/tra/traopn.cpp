@@ -2,10 +2,12 @@
 #include "traopn.hpp"
 
 #include <cstdarg>
+#include <cstddef>
 #include <cstdio>
 #include <new>
 
 #include "sup/ascii.hpp"
+#include "tralkt.hpp"
 
 namespace ryn::tra {
 
@@ -66,6 +68,58 @@ int _tra_first_axis(const TRA *tra) {
 
 namespace {
 
+// A 32-bit field of an information record as the bus library writes it.
+template <class Record>
+uint32_t info_field(const Record &record, std::size_t offset) {
+    return wire::load_u32(reinterpret_cast<const uint8_t *>(&record) + offset);
+}
+
+} // namespace
+
+int _tra_bus_event(OXB_BUS *bus, int axis, int event, void *context) noexcept {
+    if (context == nullptr || axis < 0 || axis >= AXES) return TRA_EBADPARAM;
+    TRA &tra = *static_cast<TRA *>(context);
+    const auto a = static_cast<std::size_t>(axis);
+    // Only the bus-bound kinds follow their bus.
+    const uint32_t kind = tra.kind.load();
+    const bool follows = kind == KIND_REGISTER_BUS || kind == KIND_DIRECT_BUS;
+    auto leave = [&] {
+        // The axis drops out of the tables: no dictionary, and absent at the next rebuild.
+        if (follows && tra.axis_sets[a].exchange(nullptr) != nullptr) mark_stale(tra);
+    };
+    if (event == OXB_EVENT_DRIVE_GONE) {
+        leave();
+        return 0;
+    }
+    wire::DriveInfo drive{};
+    wire::store_u32(reinterpret_cast<uint8_t *>(&drive), sizeof drive);
+    int rc = oxb_get_drive_info(bus, axis, &drive);
+    if (rc == OXB_ENODRIVE) leave(); // it left before its event was handled
+    if (rc != 0) return rc;
+    wire::ExtInfo card{};
+    wire::store_u32(reinterpret_cast<uint8_t *>(&card), sizeof card);
+    rc = oxb_get_ext_info(bus, axis, &card);
+    if (rc != 0) return rc;
+
+    TRA_TD *td = nullptr;
+    // The handler writes no trace of its own: what the set's opening might trace is left out.
+    suspended([&] {
+        try {
+            rc = _tra_get_td(&tra, &td, info_field(drive, offsetof(wire::DriveInfo, product)),
+                             info_field(drive, offsetof(wire::DriveInfo, version)),
+                             info_field(card, offsetof(wire::ExtInfo, product)),
+                             info_field(card, offsetof(wire::ExtInfo, version)), 0);
+        } catch (...) {
+            rc = TRA_ESYSTEM;
+        }
+    });
+    if (rc != 0) return rc;
+    if (follows && tra.axis_sets[a].exchange(td) != td) mark_stale(tra);
+    return 0;
+}
+
+namespace {
+
 // What the full dictionary of an axis's set answers (an axis outside 0..63: the first axis that
 // has a set); 0 for a bad handle or an axis without a set.
 template <uint32_t (*Query)(const VOK_DICT *)>
@@ -89,8 +143,10 @@ int tra_destroy(TRA **handle) {
     static constexpr Tracer t{"traopn", "tra_destroy"};
     if (handle == nullptr || *handle == nullptr) return TRA_EBADPARAM;
     return exported(t, 477, *handle, Accept::any, [&](TRA &tra) {
-        // Unregistering the bus event handler arrives with the bus-bound translators.
+        // No event reaches the translator once this returns, so it may go.
+        if (tra.bus != nullptr) oxb_unregister_handler(tra.bus, &tra);
         tra.bus = nullptr;
+        tra.inbox.clear();
         _tra_free_tds(&tra);
         tra.kind = 0;
         delete &tra;

@@ -12,7 +12,9 @@
 #include "ryn/oxb.h"
 #include "ryn/tra.h"
 #include "ryn/vok.h"
+#include "tradwn.hpp"
 #include "traerr.hpp"
+#include "traoxb.hpp"
 
 namespace ryn::tra {
 
@@ -115,6 +117,10 @@ struct TRA {
     std::atomic<uint32_t> download_filter_mode;
     std::atomic<uint8_t> downloaded;
     char line_buffer[ryn::tra::LINE_BUFFER_SIZE];
+    // Every answer of the port passes through here to the envelope or exchange waiting for it.
+    ryn::tra::Inbox inbox;
+    // One stream at a time, and what the last one did.
+    ryn::tra::StreamState stream;
 };
 
 namespace ryn::tra {
@@ -136,6 +142,9 @@ void _tra_printf(const char *format, ...)
     __attribute__((format(printf, 1, 2)))
 #endif
     ;
+// The bus event handler of bus-bound translators: keeps the dictionary set of an axis up to date
+// as its drive appears and leaves. Runs on the bus's thread; writes no trace.
+int _tra_bus_event(OXB_BUS *bus, int axis, int event, void *context) noexcept;
 // Lowest axis that has a dictionary set, else 0.
 int _tra_first_axis(const TRA *tra);
 

@@ -82,6 +82,26 @@ constexpr KindCommand command_of(uint32_t kind, uint32_t command_byte) {
     return {false, false, 0};
 }
 
+// Registers one read record (kind 18) carries on the bus: a longer read list goes out in chunks.
+inline constexpr int READ_CHUNK_SLOTS = 4;
+
+// The command number under which the sender of a command looks a drive's answer up in the
+// dictionaries, to decide whether the answer or the command sent is written back: the header's
+// command byte with a page taken from the kind. Kinds 24..31 and 80 count pages from 24, 32..35
+// and 88 from 32, and 36..39 from 36; other kinds have no page.
+constexpr int32_t answer_command(uint32_t kind, uint32_t command_byte) {
+    uint32_t page = 0;
+    if ((kind >= REC_BANG_COMMAND && kind < REC_COMMAND) || kind == REC_BANG_FAR)
+        page = kind - REC_BANG_COMMAND;
+    else if ((kind >= REC_COMMAND && kind < REC_COMMAND + 4) || kind == REC_FAR)
+        page = kind - REC_COMMAND;
+    else if (kind >= REC_COMMAND + 4 && kind < REC_COMMAND + 8)
+        page = kind - (REC_COMMAND + 4);
+    return static_cast<int32_t>(page * 256 + command_byte);
+}
+static_assert(answer_command(REC_FAR, 4) == 14340 && answer_command(REC_ELEMENTS, 1) == 513 &&
+              answer_command(REC_READ, 7) == 7);
+
 // A request from the drives' side of the exchange: register reads of either kind.
 constexpr bool is_request_kind(uint32_t kind) {
     return kind == REC_READ || kind == REC_VECTOR_READ;
