@@ -1,5 +1,7 @@
 // Command envelopes: sending, receiving and merging answers, register versions, the stream loop.
 #include <algorithm>
+#include <bit>
+#include <cstddef>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -26,7 +28,7 @@ using HeldEnvelope = std::unique_ptr<Envelope, EnvelopeDeleter>;
 // An envelope whose sender is done and whose answers are all in: handed to the receivers, or
 // freed when a put failed (one that never went out stays with its sender, who frees it).
 void complete(Inbox &inbox, Envelope *e) {
-    inbox.live.erase(e);
+    inbox.leave(e);
     if (e->dropped != 0) {
         if (e->sent > 0) _tra_free_cmd(e);
         return;
@@ -78,13 +80,17 @@ void settle_single(TRA &tra, Envelope &e) {
     const uint32_t word = answer.word();
     if (!is_request_kind(answer.kind())) {
         const int32_t number = answer_command(answer.kind(), answer.command_byte());
+        // The axes' dictionary sets, read without the lookup lock: a set lives as long as the
+        // translator, and the bus's events replace an axis's set as one atomic store.
+        const bool drive_only = (tra.flags.load() & TRA_FDRIVE_ONLY) != 0;
+        const VOK_DICT *last = nullptr;
         bool known = false;
-        {
-            LookupSession session(tra);
-            for_each_axis_dictionary(tra, e.axes, [&](const VOK_DICT *d) {
-                known = vok_find_command(d, static_cast<uint32_t>(number), &e) == 0;
-                return known;
-            });
+        for (uint64_t axes = e.axes; axes != 0 && !known; axes &= axes - 1) {
+            const TRA_TD *td = tra.axis_sets[static_cast<std::size_t>(std::countr_zero(axes))];
+            const VOK_DICT *d = td == nullptr ? nullptr : drive_only ? td->drive_only : td->full;
+            if (d == nullptr || d == last) continue;
+            last = d;
+            known = vok_find_command(d, static_cast<uint32_t>(number), &e) == 0;
         }
         if (!known) std::memcpy(e.answer, e.command, RECORD_MAX_SIZE);
     }
@@ -156,8 +162,12 @@ int _tra_create_cmd(TRA *tra, Envelope **out, const char *text, int32_t type_cou
                     const uint8_t *types, uint64_t tag) {
     static constexpr Tracer t{"tradwn", "_tra_create_cmd"};
     if (out != nullptr) *out = nullptr;
-    HeldEnvelope e(new (std::nothrow) Envelope{});
+    // The record areas are not cleared here: the builder clears the command record, and the
+    // answer's header says how much of it an answer wrote.
+    HeldEnvelope e(new (std::nothrow) Envelope);
     if (!e) return t.fail(__LINE__, TRA_ESYSTEM);
+    std::memset(e.get(), 0, offsetof(Envelope, command));
+    std::memset(e->answer, 0, RECORD_HEADER_SIZE);
     int32_t count = -1;
     uint64_t axes = 0;
     const int rc = _tra_asc2rec_ex(tra, text, reinterpret_cast<TRA_RECORD *>(e->command),
@@ -183,7 +193,10 @@ int _tra_send_cmd(TRA *tra, Envelope *e, uint64_t axis_mask, uint32_t filter_mod
         return check_present != 0 ? t.fail(__LINE__, TRA_ENODRIVE, "no bus")
                                   : t.fail(__LINE__, TRA_EPUTREC, "no bus");
     }
-    if (check_present != 0) {
+    // The bus's events keep the translator's view of the present drives, refreshed by the
+    // translation that made the envelope; the bus itself is asked only when that view has none of
+    // the addressed axes, so that a drive just attached is not refused.
+    if (check_present != 0 && (tra->present_axes.load() & m) == 0) {
         uint64_t present = 0;
         if (oxb_get_present_axes(tra->bus, &present) != 0) return t.convert(__LINE__, TRA_EPUTREC);
         if ((present & m) == 0) return t.fail(__LINE__, TRA_ENODRIVE);
@@ -206,9 +219,10 @@ int _tra_send_cmd(TRA *tra, Envelope *e, uint64_t axis_mask, uint32_t filter_mod
     }
 
     Inbox &inbox = tra->inbox;
+    void *ticket;
     {
         std::lock_guard lk(inbox.mu);
-        inbox.live.insert(e);
+        ticket = inbox.enter(e);
         ++inbox.sending;
     }
     uint32_t sent = 0;
@@ -231,7 +245,7 @@ int _tra_send_cmd(TRA *tra, Envelope *e, uint64_t axis_mask, uint32_t filter_mod
                 c.header().kind = REC_READ;
                 std::memcpy(chunk + RECORD_HEADER_SIZE, command.slot_bytes(first),
                             static_cast<std::size_t>(RECORD_SLOT_SIZE * n));
-                if (oxb_send(tra->port, e, m, chunk, SEND_TIMEOUT_MS) != 0) {
+                if (oxb_send(tra->port, ticket, m, chunk, SEND_TIMEOUT_MS) != 0) {
                     rc = TRA_EPUTREC;
                     failed_line = __LINE__;
                     break;
@@ -247,7 +261,7 @@ int _tra_send_cmd(TRA *tra, Envelope *e, uint64_t axis_mask, uint32_t filter_mod
                 }
             }
         }
-    } else if (oxb_send(tra->port, e, m, e->command, SEND_TIMEOUT_MS) != 0) {
+    } else if (oxb_send(tra->port, ticket, m, e->command, SEND_TIMEOUT_MS) != 0) {
         rc = TRA_EPUTREC;
         failed_line = __LINE__;
     } else {

@@ -22,7 +22,7 @@ inline constexpr uint32_t ENVELOPE_MAGIC = 39971; // 0x9C23
 // and written little-endian through the record views.
 struct Envelope {
     uint32_t magic;                         // ENVELOPE_MAGIC
-    uint32_t reserved;                      //
+    uint32_t place;                         // its place among the envelopes on the bus
     uint64_t tag;                           // the caller's value, handed back with the answer
     uint32_t sent;                          // records put on the bus for it
     uint32_t answers;                       // answers received so far

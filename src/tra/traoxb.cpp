@@ -40,6 +40,7 @@ void Inbox::clear() {
     for (Envelope *e : live)
         _tra_free_cmd(e);
     live.clear();
+    free_places.clear();
     for (Envelope *e : ready)
         _tra_free_cmd(e);
     ready.clear();
@@ -58,9 +59,33 @@ void Inbox::route(void *ticket, const uint8_t *record) {
         }
         return;
     }
-    auto it = live.find(static_cast<Envelope *>(ticket));
-    if (it == live.end()) return; // not a record of this translator's
-    _tra_envelope_answered(*this, *it, record);
+    const uintptr_t place = value / 2 - 1;
+    if (value == 0 || place >= live.size() || live[place] == nullptr)
+        return; // not a record of this translator's, or one of an envelope long answered
+    _tra_envelope_answered(*this, live[place], record);
+}
+
+void *Inbox::ticket_of(const Envelope *e) {
+    return reinterpret_cast<void *>((uintptr_t{e->place} + 1) * 2);
+}
+
+void *Inbox::enter(Envelope *e) {
+    if (free_places.empty()) {
+        // Both grow together, so that a place given back always finds room in free_places.
+        free_places.reserve(live.size() + 1);
+        live.push_back(nullptr);
+        free_places.push_back(static_cast<uint32_t>(live.size() - 1));
+    }
+    e->place = free_places.back();
+    free_places.pop_back();
+    live[e->place] = e;
+    return ticket_of(e);
+}
+
+void Inbox::leave(Envelope *e) {
+    if (e->place >= live.size() || live[e->place] != e) return;
+    live[e->place] = nullptr;
+    free_places.push_back(e->place);
 }
 
 int _tra_oxb_send_receive_1(TRA *tra, uint64_t axis_mask, TRA_RECORD *request, int capacity) {

@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <deque>
 #include <mutex>
-#include <unordered_set>
 #include <vector>
 
 #include "ryn/oxb.h"
@@ -29,8 +28,8 @@ struct PendingExchange {
 // reads the port (the reader); it routes each answer to the envelope or the exchange whose ticket
 // it carries and wakes the threads that wait for theirs. So a receiver and an exchange on other
 // threads never take each other's answers, and an answer that the waiting thread did not ask for
-// is kept for the one that will. Tickets are told apart without being dereferenced: exchanges use
-// odd values, and an even ticket is an envelope only while it is in `live`.
+// is kept for the one that will. Tickets are never dereferenced: an exchange's ticket is an odd
+// number, an envelope's an even one that names its place in `live` while it is on the bus.
 class Inbox {
   public:
     using Clock = std::chrono::steady_clock;
@@ -48,6 +47,12 @@ class Inbox {
 
     // Puts an answer where it belongs; with `mu` held.
     void route(void *ticket, const uint8_t *record);
+    // Gives an envelope its place among those on the bus and returns its ticket; with `mu` held.
+    void *enter(Envelope *e);
+    // Takes an envelope off the bus; with `mu` held.
+    void leave(Envelope *e);
+    // The ticket of an envelope on the bus.
+    static void *ticket_of(const Envelope *e);
     // Frees every envelope still held; with no other thread using the inbox.
     void clear();
 
@@ -55,7 +60,8 @@ class Inbox {
     std::condition_variable cv;
     bool reading = false;                   // a thread reads the port
     int sending = 0;                        // envelopes whose sender has not finished
-    std::unordered_set<Envelope *> live;    // envelopes on the bus, not completely answered
+    std::vector<Envelope *> live;           // envelopes on the bus by place; null: free
+    std::vector<uint32_t> free_places;      // places of live that are free
     std::deque<Envelope *> ready;           // answered envelopes, in the order they completed
     std::vector<PendingExchange *> pending; // exchanges waiting for their answer
     uintptr_t next_ticket = 1;              // the next exchange's ticket (odd)
