@@ -25,7 +25,8 @@ function(ryn_library)
     set_target_properties(${obj} PROPERTIES POSITION_INDEPENDENT_CODE ON
         C_VISIBILITY_PRESET hidden CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
     target_include_directories(${obj} PUBLIC
-        $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<INSTALL_INTERFACE:include>
+        $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
+        $<BUILD_INTERFACE:${RYN_GENERATED_INCLUDE}> $<INSTALL_INTERFACE:include>
         PRIVATE ${CMAKE_CURRENT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/src)
     target_link_libraries(${obj} PUBLIC ${A_PUBLIC_LIBS} PRIVATE ryn_warnings ${A_PRIVATE_LIBS})
 
@@ -34,12 +35,14 @@ function(ryn_library)
     set_target_properties(ryn_${A_NAME} PROPERTIES VERSION ${PROJECT_VERSION}
         SOVERSION ${PROJECT_VERSION_MAJOR} EXPORT_NAME ${A_NAME} INSTALL_RPATH "$ORIGIN")
     target_include_directories(ryn_${A_NAME} PUBLIC
-        $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<INSTALL_INTERFACE:include>)
+        $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
+        $<BUILD_INTERFACE:${RYN_GENERATED_INCLUDE}> $<INSTALL_INTERFACE:include>)
     target_link_libraries(ryn_${A_NAME} PUBLIC ${A_PUBLIC_LIBS} PRIVATE ${A_PRIVATE_LIBS})
 
     add_library(ryn_${A_NAME}_internal STATIC $<TARGET_OBJECTS:${obj}>)
     target_include_directories(ryn_${A_NAME}_internal PUBLIC
-        ${PROJECT_SOURCE_DIR}/include ${CMAKE_CURRENT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/src)
+        ${PROJECT_SOURCE_DIR}/include ${RYN_GENERATED_INCLUDE} ${CMAKE_CURRENT_SOURCE_DIR}
+        ${PROJECT_SOURCE_DIR}/src)
     target_link_libraries(ryn_${A_NAME}_internal PUBLIC ${A_PUBLIC_LIBS} ${A_PRIVATE_LIBS})
 
     install(TARGETS ryn_${A_NAME} EXPORT ryn-targets

@@ -44,6 +44,8 @@ TRA *translator() {
         t->commands = {{"PWR", 124, COMMAND_TYPE, ~0ull, 0, 0},
                        {"TRJ", 310, COMMAND_TYPE, ~0ull, 0, 0}};
         t->iso_converter = &convert;
+        t->register_aliases.build(t->registers);
+        t->command_aliases.build(t->commands);
         // Drives of the ORAX family on axes 0..3 and a controller on axis 63; other axes have no
         // dictionary.
         VOK_DICT *drive = nullptr, *controller = nullptr;
@@ -51,7 +53,7 @@ TRA *translator() {
             for (int a = 0; a < 4; ++a)
                 t->axis_dicts[a] = drive;
         if (vok_open(&controller, 51, 0x02018100, 0, 0) == 0) t->axis_dicts[63] = controller;
-        t->stale = 0;
+        t->built_generation = t->generation.load(); // hand-filled tables: fresh
         return t;
     }();
     return tra;
@@ -83,6 +85,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
     if (tra == nullptr) return 0;
     const uint64_t mask = take(data, size, 8);
     tra->flags = static_cast<uint32_t>(take(data, size, 4));
+    _tra_take_settings(tra);
     const int text_size = 1 + static_cast<int>(take(data, size, 2) % REC_TEXT_SIZE);
     const int mode = static_cast<int>(take(data, size, 1) % 4);
 

@@ -48,7 +48,8 @@ typedef int (*OXB_HANDLER)(OXB_BUS *bus, int axis, int event, void *context);
 #define OXB_EDRIVE (-219)     /* the dictionary refuses the drive's identity */
 #define OXB_EQUEUEFULL (-220) /* the port holds too many answers not yet received */
 
-/* Byte size of a command record with room for slots parameter slots: 8 + 16 * slots. */
+/* Byte size of a command record with room for slots parameter slots: 8 + 16 * slots; 0 for a
+ * count outside 0..OXB_RECORD_MAX_SLOTS. */
 RYN_EXPORT int oxb_record_size(int slots);
 /* Builds a record of kind and command into buffer (room for capacity slots); each "i" of format
  * takes two unsigned values, a slot's type tag and its 32-bit value. */

@@ -179,6 +179,42 @@ RYN_EXPORT int tra_is_valid_register_traductor(TRA *tra);
 /* Whether a handle is a bus-bound register translator. */
 RYN_EXPORT int tra_is_valid_register_traductor_e(TRA *tra);
 
+/* ---- Direct translator on a bus ---- */
+
+/* What the last stream of a translator did (sent, answered, refused); read after it returns. */
+typedef struct TRA_STREAM_REPORT {
+    uint32_t size;                /* sizeof(TRA_STREAM_REPORT), set by the caller */
+    uint32_t lines;               /* lines read from the stream */
+    uint32_t sent;                /* commands put on the bus */
+    uint32_t acknowledged;        /* answers with the drives' acknowledge */
+    uint32_t refused;             /* answers without it */
+    uint32_t skipped;             /* command lines not sent: type list, filter mode, absent axes */
+    int32_t first_refused_line;   /* 1-based line number of the first refused command, 0 if none */
+    char first_refused_text[256]; /* its text, cut to fit */
+} TRA_STREAM_REPORT;
+
+/* Creates a direct translator on a bus port; it learns each axis's drive from the bus. */
+RYN_EXPORT int tra_create_direct_traductor_e(TRA **out, OXB_PORT *port, uint32_t flags);
+/* Translates one line of command text and sends it; *sent (may be null) tells whether it went. */
+RYN_EXPORT int tra_send_direct_cmd_e(TRA *tra, const char *text, uint64_t user, uint8_t *sent);
+/* Takes the next answer (timeout in ms, 0 polls, 0xFFFFFFFF waits) and writes it as text. */
+RYN_EXPORT int tra_receive_direct_cmd_e_ex(TRA *tra, char *text, uint32_t size,
+                                           uint8_t *acknowledged, uint8_t *flag, uint8_t *request,
+                                           uint64_t *user, uint32_t timeout);
+/* As tra_receive_direct_cmd_e_ex, waiting without limit when wait is non-zero, else polling. */
+RYN_EXPORT int tra_receive_direct_cmd_e(TRA *tra, char *text, uint32_t size, uint8_t *acknowledged,
+                                        uint8_t *flag, uint8_t *request, uint64_t *user,
+                                        uint8_t wait);
+/* Sends every line of a stream to the axes and awaits each answer; see tra_get_stream_report. */
+RYN_EXPORT int tra_oxcom_send_direct_stream_e(TRA *tra, uint64_t axis_mask, TRA_READ_LINE read_line,
+                                              void *user);
+/* Reads the axis mask kept for the application by a bus-bound direct translator. */
+RYN_EXPORT int tra_oxcom_get_axis_mask_e(TRA *tra, uint64_t *mask);
+/* Stores an axis mask for the application in a bus-bound direct translator. */
+RYN_EXPORT int tra_oxcom_set_axis_mask_e(TRA *tra, uint64_t mask);
+/* Copies the report of the translator's last stream (report->size set by the caller). */
+RYN_EXPORT int tra_get_stream_report(TRA *tra, TRA_STREAM_REPORT *report);
+
 /* ---- Translation ---- */
 
 /* Translates one line of command text into a record of capacity slots, its slot count (0xFFFFFFFF

@@ -4,61 +4,38 @@
 #include <cstring>
 
 #include "ryn/oxb.h"
+#include "sup/error_table.hpp"
 
 namespace {
+
+constexpr auto errors = ryn::error_table({
+    {OXB_EQUEUEFULL, "OXB_EQUEUEFULL", "too many answers waiting on the port"},
+    {OXB_EDRIVE, "OXB_EDRIVE", "drive identity refused by the dictionary"},
+    {OXB_EPRESENT, "OXB_EPRESENT", "a drive is already attached at this axis"},
+    {OXB_ENOTSIM, "OXB_ENOTSIM", "not a simulated bus"},
+    {OXB_EHANDLER, "OXB_EHANDLER", "a handler is already registered for this owner"},
+    {OXB_ENOHANDLER, "OXB_ENOHANDLER", "no handler registered for this owner"},
+    {OXB_ENODRIVE, "OXB_ENODRIVE", "no drive at this axis"},
+    {OXB_EBADRECORD, "OXB_EBADRECORD", "bad record: slot count or kind"},
+    {OXB_ENOTLOCKED, "OXB_ENOTLOCKED", "bus not locked by this thread"},
+    {OXB_ELOCKED, "OXB_ELOCKED", "bus locked by another thread"},
+    {OXB_ENOTHING, "OXB_ENOTHING", "nothing received"},
+    {OXB_ECONFIG, "OXB_ECONFIG", "bad bus description file"},
+    {OXB_EOPTION, "OXB_EOPTION", "bad bus address option"},
+    {OXB_EADDRESS, "OXB_EADDRESS", "unknown bus address"},
+    {OXB_ECLOSED, "OXB_ECLOSED", "port closed"},
+    {OXB_EBADBUS, "OXB_EBADBUS", "not an open bus"},
+    {OXB_EBADPORT, "OXB_EBADPORT", "not an open port"},
+    {OXB_ECAPACITY, "OXB_ECAPACITY", "record does not fit its buffer"},
+    {OXB_EBADPARAM, "OXB_EBADPARAM", "invalid parameter"},
+    {OXB_ESYSTEM, "OXB_ESYSTEM", "system error"},
+});
 
 struct Detail {
     int code = 0;
     char text[512] = {};
 };
 thread_local Detail detail;
-
-const char *fixed_message(int code) {
-    switch (code) {
-    case OXB_ESYSTEM:
-        return "system error";
-    case OXB_EBADPARAM:
-        return "invalid parameter";
-    case OXB_ECAPACITY:
-        return "record does not fit its buffer";
-    case OXB_EBADPORT:
-        return "not an open port";
-    case OXB_EBADBUS:
-        return "not an open bus";
-    case OXB_ECLOSED:
-        return "port closed";
-    case OXB_EADDRESS:
-        return "unknown bus address";
-    case OXB_EOPTION:
-        return "bad bus address option";
-    case OXB_ECONFIG:
-        return "bad bus description file";
-    case OXB_ENOTHING:
-        return "nothing received";
-    case OXB_ELOCKED:
-        return "bus locked by another thread";
-    case OXB_ENOTLOCKED:
-        return "bus not locked by this thread";
-    case OXB_EBADRECORD:
-        return "bad record: slot count or kind";
-    case OXB_ENODRIVE:
-        return "no drive at this axis";
-    case OXB_ENOHANDLER:
-        return "no handler registered for this owner";
-    case OXB_EHANDLER:
-        return "a handler is already registered for this owner";
-    case OXB_ENOTSIM:
-        return "not a simulated bus";
-    case OXB_EPRESENT:
-        return "a drive is already attached at this axis";
-    case OXB_EDRIVE:
-        return "drive identity refused by the dictionary";
-    case OXB_EQUEUEFULL:
-        return "too many answers waiting on the port";
-    default:
-        return "unknown error";
-    }
-}
 
 } // namespace
 
@@ -80,5 +57,5 @@ void clear_error_detail() {
 
 extern "C" const char *oxb_translate_error(int code) {
     if (code != 0 && code == detail.code && detail.text[0] != '\0') return detail.text;
-    return fixed_message(code);
+    return errors.message(code);
 }

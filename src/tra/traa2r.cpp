@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cstddef>
 #include <memory>
 #include <new>
 #include <utility>
@@ -17,25 +18,23 @@ namespace ryn::tra {
 namespace {
 
 constexpr uint64_t ALL_AXES = ~uint64_t(0);
-constexpr int32_t CMD_SET = 123;
-constexpr int32_t CMD_SET_LIST = 125;
-constexpr int32_t CMD_CONVERT = 122;
-constexpr int32_t CMD_STEP = 129;
-constexpr int32_t CMD_STEP_ADD = 114;
-constexpr int32_t CMD_STEP_SUB = 115;
-constexpr int32_t CMD_ELEMENTS = CMD_ELEMENT_ASSIGN;
 constexpr uint32_t XAC_INDEX = 65535;
 
-// The operators of an operator assignment and the command each one sends.
-struct Operator {
-    uint32_t code;
-    int32_t command;
-};
-constexpr Operator OPERATORS[] = {
-    {sep("+="), 91},  {sep("-="), 92},   {sep("*="), 93},   {sep("/="), 94},  {sep("&="), 95},
-    {sep("|="), 96},  {sep("&~="), 97},  {sep("|~="), 98},  {sep("^="), 99},  {sep("^~="), 100},
-    {sep("%="), 101}, {sep(">>="), 172}, {sep("<<="), 173}, {sep("~="), 174},
-};
+// The separator code of each compound operator's text (its symbol and "="), in the order of the
+// wire module's operator table.
+constexpr auto OPERATOR_SEPARATORS = [] {
+    std::array<uint32_t, std::size(COMPOUND_OPERATORS)> codes{};
+    for (std::size_t i = 0; i < codes.size(); ++i) {
+        char text[4] = {};
+        std::size_t n = 0;
+        for (const char *c = COMPOUND_OPERATORS[i].symbol; *c != 0 && n < 2; ++c)
+            text[n++] = *c;
+        text[n] = '=';
+        codes[i] = sep(text);
+    }
+    return codes;
+}();
+static_assert(OPERATOR_SEPARATORS[0] == sep("+=") && OPERATOR_SEPARATORS[6] == sep("&~="));
 
 bool is_list_open(uint32_t s) {
     return s == sep("=") || s == sep("=[") || s == sep("=[[");
@@ -45,10 +44,6 @@ bool is_list_separator(uint32_t s) {
     constexpr uint32_t allowed[] = {sep(","),   sep(",["),  sep(",[["),  sep("],"),
                                     sep("]],"), sep("],["), sep("],[["), sep("]],[")};
     return std::find(std::begin(allowed), std::end(allowed), s) != std::end(allowed);
-}
-
-uint32_t value_class(int32_t type) {
-    return static_cast<uint32_t>(type) & 0x60;
 }
 
 // What the builder learned about the line's shape.
@@ -93,7 +88,7 @@ struct Builder {
     uint64_t default_axes() const {
         uint64_t mask = ALL_AXES;
         uint64_t download = tra.download_axis_mask;
-        if ((tra.flags & TRA_FDOWNLOAD_AXES) != 0 && download != 0) mask = download;
+        if ((tra.call.flags & TRA_FDOWNLOAD_AXES) != 0 && download != 0) mask = download;
         uint64_t present = tra.present_axes;
         return present != 0 ? mask & present : mask;
     }
@@ -110,7 +105,7 @@ struct Builder {
                 if (i == 0) {
                     // While a stream gives the default axes, the alias must hold on all of them.
                     uint64_t tested =
-                        (tra.flags & TRA_FDOWNLOAD_AXES) != 0 ? default_axes() : ctx.axis_mask;
+                        (tra.call.flags & TRA_FDOWNLOAD_AXES) != 0 ? default_axes() : ctx.axis_mask;
                     if (tested != 0 && (tested & ~e->axes) != 0) continue;
                 }
                 tok.whole = 0;
@@ -147,7 +142,7 @@ struct Builder {
 
         if (reg0 && vok_is_vector_kind(static_cast<uint32_t>(t0.type)) && n >= 2) {
             if (!is_list_open(s1)) return syntax(__LINE__, 1);
-            f = {CMD_ELEMENTS, 0, Form::element_assignment};
+            f = {CMD_ELEMENT_ASSIGN, 0, Form::element_assignment};
             return 0;
         }
         if (t0.type == 1 && t0.index == XAC_INDEX && s1 == sep("=") && n == 3)
@@ -158,7 +153,7 @@ struct Builder {
             else if (s1 == sep("+="))
                 f = {CMD_STEP_ADD, 1, Form::command_or_assignment};
             else if (s1 == sep("-="))
-                f = {CMD_STEP_SUB, 1, Form::command_or_assignment};
+                f = {CMD_STEP_SUBTRACT, 1, Form::command_or_assignment};
             else
                 return syntax(__LINE__, 1);
             return 0;
@@ -169,9 +164,9 @@ struct Builder {
         }
         // Two registers joined by "," are a read list, not an operator assignment.
         if (reg0 && n == 2 && token(1).type != TAG_NAME && s1 != sep(",")) {
-            for (const Operator &op : OPERATORS)
-                if (op.code == s1) {
-                    f = {op.command, 0, Form::command_or_assignment};
+            for (std::size_t k = 0; k < OPERATOR_SEPARATORS.size(); ++k)
+                if (OPERATOR_SEPARATORS[k] == s1) {
+                    f = {COMPOUND_OPERATORS[k].command, 0, Form::command_or_assignment};
                     return 0;
                 }
             return syntax(__LINE__, 1);
@@ -205,12 +200,12 @@ struct Builder {
     // Slot value of a token: a register reference or the literal's 4 or 8 bytes.
     void put_operand(const RecordView &r, int slot, const Token &tok, uint32_t tag) {
         if (tok.is_register()) {
-            r.set_value32(slot, tok.type == 7 ? tok.index
-                                              : encode_register(tok.index, tok.row, tok.axis));
-        } else if ((tag & 64) != 0) {
-            std::memcpy(r.slot(slot).value, tok.value, 8);
+            r.set_value32(slot, tok.type == TYPE_ADDRESS
+                                    ? tok.index
+                                    : encode_register(tok.index, tok.row, tok.axis));
         } else {
-            std::memcpy(r.slot(slot).value, tok.value, 4);
+            std::memcpy(r.slot(slot).value, tok.value,
+                        static_cast<std::size_t>(value_size(value_class(tag))));
         }
     }
 
@@ -218,15 +213,13 @@ struct Builder {
     void put_list_value(const RecordView &r, int slot, const Token &tok) {
         if (tok.is_register())
             r.set_value64(slot, encode_element_value_register(tok.index, tok.row, tok.axis));
-        else if ((tok.type & 64) != 0)
-            std::memcpy(r.slot(slot).value, tok.value, 8);
         else
-            std::memcpy(r.slot(slot).value, tok.value, 4);
+            std::memcpy(r.slot(slot).value, tok.value,
+                        static_cast<std::size_t>(value_size(tok.value_class())));
     }
 
     static uint32_t list_tag(const Token &tok, int position, int count) {
-        return (static_cast<uint32_t>(tok.type) & 0xFF) | uint32_t(position & 0xFF) << 8 |
-               uint32_t(count & 0xFF) << 16;
+        return encode_list_tag(static_cast<uint32_t>(tok.type), position, count);
     }
 
     void write_header(const RecordView &r, int count, int32_t command, uint8_t kind) {
@@ -235,30 +228,27 @@ struct Builder {
         r.header().kind = kind;
     }
 
-    uint8_t command_kind(int32_t command) const {
-        return static_cast<uint8_t>((ctx.bang ? REC_BANG_COMMAND : REC_COMMAND) + (command >> 8));
-    }
+    uint8_t kind_of(int32_t command) const { return command_kind(command, ctx.bang != 0); }
 
     // Commands, assignments and operator assignments: one slot per token from f.first on.
     int write_command(const RecordView &r, const Form &f, bool checked) {
         int32_t command = f.command;
-        const bool assignment = command == CMD_SET || command == CMD_SET_LIST;
+        const bool assignment = is_assignment(command);
         const int count = ctx.count - f.first;
         for (int i = 0; i < count; ++i) {
             const Token &tok = token(f.first + i);
             const auto tag = static_cast<uint32_t>(tok.type);
             r.set_tag(i, tag);
-            if (i == 0 && assignment && tok.is_register() && tok.type != 7)
+            if (i == 0 && assignment && tok.is_register() && tok.type != TYPE_ADDRESS)
                 r.set_value32(i, encode_destination(tok.index, tok.row));
             else
                 put_operand(r, i, tok, tag);
-            if (checked && assignment && i > 0 &&
-                value_class(tok.type) != value_class(token(0).type)) {
+            if (checked && assignment && i > 0 && tok.value_class() != token(0).value_class()) {
                 if (command != CMD_SET) return t.fail(__LINE__, TRA_ETYPECONV, tok.text);
                 command = CMD_CONVERT;
             }
         }
-        write_header(r, count, command, command_kind(command));
+        write_header(r, count, command, kind_of(command));
         return 0;
     }
 
@@ -313,7 +303,7 @@ struct Builder {
             r.set_tag(k + 1, list_tag(tok, position, size));
             put_list_value(r, k + 1, tok);
         }
-        write_header(r, values + 1, f.command, command_kind(f.command));
+        write_header(r, values + 1, f.command, kind_of(f.command));
         return 0;
     }
 
@@ -358,7 +348,7 @@ struct Builder {
         }
         for (int k = 0; k < values; ++k) {
             const Token &v = token(1 + k);
-            if (value_class(v.type) != value_class(dest.type))
+            if (v.value_class() != dest.value_class())
                 return t.fail(__LINE__, TRA_ETYPECONV, v.text);
             if (v.list_row >= rows)
                 return t.fail(__LINE__, TRA_ETOOMANYVALUES, "Too much rows specified");
@@ -390,14 +380,14 @@ struct Builder {
         }
         r.set_tag(0, ELEMENT_REF_TAG_BIT);
         r.set_value32(0, 2);
-        r.set_tag(1, (static_cast<uint32_t>(dest.type) & 0xFF) | ELEMENT_REF_TAG_BIT);
+        r.set_tag(1, list_tag_own(static_cast<uint32_t>(dest.type)) | ELEMENT_REF_TAG_BIT);
         r.set_value64(1, encode_element(dest.index, element));
         for (int k = 0; k < values; ++k) {
             const Token &v = token(1 + k);
             r.set_tag(k + 2, list_tag(v, k, values));
             put_list_value(r, k + 2, v);
         }
-        write_header(r, values + 2, 1, ctx.bang ? REC_BANG_ELEMENTS : REC_ELEMENTS);
+        write_header(r, values + 2, CMD_ELEMENT_ASSIGN, kind_of(CMD_ELEMENT_ASSIGN));
         return 0;
     }
 
@@ -464,7 +454,7 @@ int _tra_asc2rec_exec(TRA *tra, const char *text, TRA_RECORD *record, int32_t ca
     const int kept = _tra_clean_line(text, line, length + 1);
     if (kept < 0) return t.fail(__LINE__, TRA_ESYSTEM);
     if (kept == 0) {
-        if ((tra->flags & TRA_FEMPTY_IS_ERROR) != 0) return t.fail(__LINE__, TRA_EEMPTYCMD);
+        if ((tra->call.flags & TRA_FEMPTY_IS_ERROR) != 0) return t.fail(__LINE__, TRA_EEMPTYCMD);
         if (count_out != nullptr) *count_out = -1;
         return 0;
     }
@@ -495,15 +485,14 @@ int _tra_asc2rec_exec(TRA *tra, const char *text, TRA_RECORD *record, int32_t ca
         if (ctx.tokens[i].type == TAG_NAME)
             return t.fail(__LINE__, TRA_EUNKNOWN, ctx.tokens[i].text);
 
-    const bool assignment = f.command == CMD_SET || f.command == CMD_SET_LIST;
-    if (assignment || f.kind == Form::read_list) {
+    if (is_assignment(f.command) || f.kind == Form::read_list) {
         if ((rc = _tra_expand_string_register(tra, &ctx, f.first, f.command)) != 0)
             return t.pass(__LINE__, rc);
         if (f.command == CMD_SET && ctx.count - f.first > 2) f.command = CMD_SET_LIST;
     }
 
     bool checked = true;
-    if (filter_count > 0 && (f.command == 91 || f.command == 92 || assignment)) {
+    if (filter_count > 0 && is_unit_assignment(f.command)) {
         const auto tag = static_cast<uint8_t>(ctx.tokens[f.first].type & 0xFF);
         checked = filter_types != nullptr && std::find(filter_types, filter_types + filter_count,
                                                        tag) != filter_types + filter_count;
@@ -518,8 +507,17 @@ int _tra_asc2rec_exec(TRA *tra, const char *text, TRA_RECORD *record, int32_t ca
     // of a type outside the filter skips this test with the other checks.
     const auto present = static_cast<int64_t>(tra->present_axes.load());
     const uint64_t download = tra->download_axis_mask;
-    if (checked && ((present >= 1 && (ctx.axis_mask & static_cast<uint64_t>(present)) == 0) ||
-                    (download != 0 && (ctx.axis_mask & download) == 0))) {
+    bool absent = present >= 1 && (ctx.axis_mask & static_cast<uint64_t>(present)) == 0;
+    if (checked && absent && (present & 1) != 0 && tra->bus != nullptr) {
+        // A bus that does not filter by presence is given the line all the same. A bus that
+        // cannot tell leaves the test as it is.
+        uint8_t info[sizeof(BusInfo)] = {};
+        store_u32(info, sizeof(BusInfo));
+        if (oxb_get_bus_info(tra->bus, 0, info) == 0 &&
+            (load_u32(info + offsetof(BusInfo, flags)) & BUS_NO_PRESENCE_FILTER) != 0)
+            absent = false;
+    }
+    if (checked && (absent || (download != 0 && (ctx.axis_mask & download) == 0))) {
         if (count_out != nullptr) *count_out = -1;
         return 0;
     }
@@ -568,7 +566,7 @@ int _tra_asc2rec_ex(TRA *tra, const char *text, TRA_RECORD *record, int32_t capa
                     int32_t filter_count, const uint8_t *filter_types, int32_t *count_out,
                     uint64_t *mask_out) {
     static constexpr Tracer t{"traa2r", "_tra_asc2rec_ex"};
-    return locked_call(*tra, t, __LINE__, [&] {
+    return in_session(*tra, t, __LINE__, [&] {
         return _tra_asc2rec_exec(tra, text, record, capacity, filter_count, filter_types, count_out,
                                  mask_out);
     });

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "record.hpp"
 #include "traopn.hpp"
 
 namespace ryn::tra {
@@ -16,10 +17,10 @@ inline constexpr int TOKEN_TEXT = 65;   // 64 characters and the terminator
 // Type tags of a token beside the register kind words (1..127 with a non-zero type code).
 inline constexpr int32_t TAG_NAME = -1; // a command name or other word, not (yet) resolved
 inline constexpr int32_t TAG_ISO = -2;  // a number meant in ISO units, converted before writing
-inline constexpr int32_t TAG_INT32 = 0;
-inline constexpr int32_t TAG_FLOAT = 32;
-inline constexpr int32_t TAG_INT64 = 64;
-inline constexpr int32_t TAG_DOUBLE = 96;
+inline constexpr int32_t TAG_INT32 = CLASS_INT32;
+inline constexpr int32_t TAG_FLOAT = CLASS_FLOAT;
+inline constexpr int32_t TAG_INT64 = CLASS_INT64;
+inline constexpr int32_t TAG_DOUBLE = CLASS_DOUBLE;
 
 // Axis field values of a token beside 0..62.
 inline constexpr uint8_t AXIS_BROADCAST = 63; // ":*", "*"
@@ -78,11 +79,13 @@ struct Token {
         std::memcpy(value, &v, sizeof v);
     }
     // A register reference: a kind word above 0 with a non-zero type code.
-    bool is_register() const { return type > 0 && (type & 31) != 0; }
+    bool is_register() const { return type > 0 && is_register_tag(static_cast<uint32_t>(type)); }
     // Parameter position of the operand k places after the first argument: its group in a list.
     int param(int k) const { return listed ? group : k; }
     // A plain value: a literal whose type code is 0.
-    bool is_value() const { return type >= 0 && (type & 31) == 0; }
+    bool is_value() const { return type >= 0 && !is_register_tag(static_cast<uint32_t>(type)); }
+    // Value class of the token's tag (for TAG_ISO that of a double).
+    uint32_t value_class() const { return wire::value_class(static_cast<uint32_t>(type)); }
 };
 
 // A parsed command line.
@@ -124,7 +127,6 @@ int _tra_parse_floating_numbers(TRA *tra, ParseContext *ctx, int p, int32_t cmd)
 // Command number markers passed to validation only.
 inline constexpr int32_t CMD_READ_LIST = -1;   // a register read list
 inline constexpr int32_t CMD_VECTOR_READ = -2; // a vector register read
-inline constexpr int32_t CMD_ELEMENT_ASSIGN = 1537;
 
 // Stretches a string register's operands to its length (assignment or read).
 int _tra_expand_string_register(TRA *tra, ParseContext *ctx, int p, int32_t cmd);

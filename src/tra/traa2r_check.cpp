@@ -33,14 +33,6 @@ uint32_t kind_of(const Token &token) {
     return static_cast<uint32_t>(token.type);
 }
 
-uint32_t value_class(int32_t type) {
-    return static_cast<uint32_t>(type) & 0x60u;
-}
-
-bool is_register_write(int32_t cmd) {
-    return (cmd >= 91 && cmd <= 101) || cmd == 123 || cmd == 125 || (cmd >= 172 && cmd <= 174);
-}
-
 // Common argument test of the checks: a context whose operand table is consistent and a first
 // operand position inside it (p may equal the count: a command without arguments). Each refusal
 // has a line of its own, so that the trace tells them apart.
@@ -253,7 +245,7 @@ int _tra_check_cmd_enum(const VOK_DICT *dict, const unsigned char value[8], int 
 int _tra_expand_string_register(TRA *tra, ParseContext *ctx, int p, int32_t cmd) {
     static constexpr Tracer t{MODULE, "_tra_expand_string_register"};
     if (int rc = check_arguments(t, tra, ctx, p); rc != 0) return rc;
-    const bool assignment = cmd == 123 || cmd == 125;
+    const bool assignment = is_assignment(cmd);
     if (!assignment && cmd != CMD_READ_LIST) return 0;
     if (p >= ctx->count) return 0;
     const Token &reg = ctx->tokens[p];
@@ -303,7 +295,7 @@ int _tra_check_ip(TRA *tra, ParseContext *ctx, int p, int32_t cmd) {
     static constexpr Tracer t{MODULE, "_tra_check_ip"};
     if (int rc = check_arguments(t, tra, ctx, p); rc != 0) return rc;
     if (ctx->bracketed != 0) return 0;
-    if (cmd != 123 && cmd != 125) return 0;
+    if (!is_assignment(cmd)) return 0;
     if (p + 1 >= ctx->count) return 0;
     const Token &reg = ctx->tokens[p];
     const Token &value = ctx->tokens[p + 1];
@@ -341,18 +333,18 @@ int _tra_check_types(TRA *tra, ParseContext *ctx, int p, int32_t cmd) {
     if (ctx->bracketed != 0) return 0;
     const Token *tokens = ctx->tokens;
 
-    if (cmd >= 91 && cmd <= 94) {
+    if (is_arithmetic(cmd)) {
         // Arithmetic on whole vectors is not supported, nor between different value classes.
         for (int q = p; q < ctx->count; ++q)
             if (vok_is_vector_kind(kind_of(tokens[q])))
                 return t.fail(__LINE__, TRA_ENOVECTOR, tokens[q].text);
         if (p + 1 >= ctx->count) return t.fail(__LINE__, TRA_ECMDSYNTAX, "operator without value");
-        if (value_class(tokens[p].type) == value_class(tokens[p + 1].type)) return 0;
+        if (tokens[p].value_class() == tokens[p + 1].value_class()) return 0;
         return t.fail(__LINE__, TRA_ETYPECONV, tokens[p + 1].text);
     }
-    if (cmd == 125) {
+    if (cmd == CMD_SET_LIST) {
         for (int q = p + 1; q < ctx->count; ++q) {
-            if (value_class(tokens[q].type) != value_class(tokens[p].type))
+            if (tokens[q].value_class() != tokens[p].value_class())
                 return t.fail(__LINE__, TRA_ETYPECONV, tokens[q].text);
             if (vok_is_vector_kind(kind_of(tokens[q])))
                 return t.fail(__LINE__, TRA_ENOVECTOR, tokens[q].text);
@@ -361,7 +353,8 @@ int _tra_check_types(TRA *tra, ParseContext *ctx, int p, int32_t cmd) {
     }
     if (cmd == CMD_ELEMENT_ASSIGN) {
         for (int q = p + 1; q < ctx->count; ++q)
-            if ((tokens[q].type & 31) != 0) return t.fail(__LINE__, TRA_EREGADDR, tokens[q].text);
+            if (is_register_tag(kind_of(tokens[q])))
+                return t.fail(__LINE__, TRA_EREGADDR, tokens[q].text);
     } else if (cmd != CMD_READ_LIST && cmd != CMD_VECTOR_READ) {
         return 0;
     }
@@ -376,7 +369,7 @@ int _tra_check_everything(TRA *tra, ParseContext *ctx, int p, int32_t cmd) {
     if (ctx->bracketed != 0) return 0;
     const Token *tokens = ctx->tokens;
     const AddressedDicts dicts(*tra, ctx->axis_mask);
-    const bool checking = (tra->flags.load() & TRA_FNO_CHECK) == 0;
+    const bool checking = (tra->call.flags & TRA_FNO_CHECK) == 0;
     const auto command = static_cast<uint32_t>(cmd);
 
     // The command is known. A register read is answered by one drive only.
@@ -386,7 +379,7 @@ int _tra_check_everything(TRA *tra, ParseContext *ctx, int p, int32_t cmd) {
     } else if (cmd >= 0 && checking) {
         bool known = false;
         for (const VOK_DICT *d : dicts) {
-            if ((cmd == 125 && vok_get_dictionary_class(d) == 3) ||
+            if ((cmd == CMD_SET_LIST && vok_get_dictionary_class(d) == 3) ||
                 vok_command_exists(d, command) != 0) {
                 known = true;
                 break;
@@ -398,14 +391,14 @@ int _tra_check_everything(TRA *tra, ParseContext *ctx, int p, int32_t cmd) {
     // A register translator only assigns plain values to registers (and reads them back).
     const uint32_t kind = tra->kind.load();
     if ((kind == KIND_REGISTER_OFFLINE || kind == KIND_REGISTER_BUS) && cmd != CMD_READ_LIST) {
-        if (cmd != 123 && cmd != 125)
+        if (!is_assignment(cmd))
             return t.fail(__LINE__, TRA_ENOTALLOWED, "only register assignments");
         for (int q = p + 1; q < ctx->count; ++q)
             if (!tokens[q].is_value()) return t.fail(__LINE__, TRA_ENOTALLOWED, tokens[q].text);
     }
 
     if (!checking) return 0;
-    const bool assignment = cmd == 123 || cmd == 125;
+    const bool assignment = is_assignment(cmd);
 
     // Every register named exists on some addressed axis, within the command's parameters.
     for (int i = p; i < ctx->count; ++i) {

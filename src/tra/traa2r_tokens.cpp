@@ -371,7 +371,8 @@ int _tra_parse_floating_numbers(TRA *tra, ParseContext *ctx, int p, int32_t cmd)
     static constexpr Tracer t{"traa2r", "_tra_parse_floating_numbers"};
     if (tra == nullptr || ctx == nullptr || p < 0 || ctx->count > MAX_OPERANDS || p > ctx->count)
         return t.fail(__LINE__, TRA_EINTERNAL);
-    bool assignment = cmd == 91 || cmd == 92 || cmd == 123 || cmd == 125;
+    // The values of an assignment in register units follow its destination register.
+    const bool assignment = is_unit_assignment(cmd);
     int first = assignment ? p + 1 : p;
     uint64_t axes = ctx->axis_mask;
     uint64_t present = tra->present_axes.load();
@@ -382,7 +383,7 @@ int _tra_parse_floating_numbers(TRA *tra, ParseContext *ctx, int p, int32_t cmd)
         // Only a number written with a fraction or an exponent and no suffix; a register of an
         // unknown type carries the same tag but is no number.
         if (tok.type != TAG_ISO || _tra_read_number(tok.text).tag != TAG_ISO) continue;
-        TRA_ISO_CONVERTER converter = tra->iso_converter.load();
+        TRA_ISO_CONVERTER converter = tra->call.converter;
         if (converter == nullptr) return t.fail(__LINE__, TRA_EISOVALUE, tok.text);
 
         const Token &destination = ctx->tokens[p];
@@ -411,7 +412,7 @@ int _tra_parse_floating_numbers(TRA *tra, ParseContext *ctx, int p, int32_t cmd)
                         return t.fail(__LINE__, TRA_EISOVALUE, tok.text);
                     how.code = vok_get_param_format(dict, static_cast<uint32_t>(cmd), param);
                     how.value_class =
-                        vok_get_param_kind(dict, static_cast<uint32_t>(cmd), param) & 0x60;
+                        value_class(vok_get_param_kind(dict, static_cast<uint32_t>(cmd), param));
                 } else {
                     uint32_t kind = static_cast<uint32_t>(destination.type);
                     if (!vok_register_exists(dict, kind, destination.index, element)) {
@@ -420,7 +421,7 @@ int _tra_parse_floating_numbers(TRA *tra, ParseContext *ctx, int p, int32_t cmd)
                         if (!vok_register_is_iso(dict, kind, destination.index, element))
                             return t.fail(__LINE__, TRA_EISOVALUE, tok.text);
                         how.code = vok_get_register_format(dict, kind, destination.index, element);
-                        how.value_class = kind & 0x60;
+                        how.value_class = value_class(kind);
                         if (filter_mode != 0) {
                             bool user =
                                 vok_test_register(dict, kind, destination.index, element) != 0;
@@ -434,7 +435,7 @@ int _tra_parse_floating_numbers(TRA *tra, ParseContext *ctx, int p, int32_t cmd)
             unsigned char drive[8] = {};
             double iso = tok.f64();
             int rc = converter(tra->bus, drive, &iso, how.value_class, how.code, axis, 0,
-                               tra->iso_context.load());
+                               tra->call.context);
             converted = true;
             if (rc == 0) {
                 succeeded = true;
@@ -462,7 +463,7 @@ int _tra_parse_floating_numbers(TRA *tra, ParseContext *ctx, int p, int32_t cmd)
         }
         tok.type = static_cast<int32_t>(last_class);
         std::memset(tok.value, 0, sizeof tok.value);
-        std::memcpy(tok.value, last, last_class == 0x40 || last_class == 0x60 ? 8 : 4);
+        std::memcpy(tok.value, last, static_cast<std::size_t>(value_size(last_class)));
     }
     return 0;
 }

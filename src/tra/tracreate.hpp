@@ -23,4 +23,21 @@ struct Configuration {
 int create_offline(const Tracer &t, const CreateLines &lines, TRA **out, uint32_t kind,
                    uint32_t flags, const Configuration &first, const Configuration *axis63);
 
+// Trace lines of one bus-bound creator: the port test, its bus, the present axes, the first
+// drive's identity, base creation and the registration of the bus event handler.
+struct BusCreateLines {
+    int port;
+    int bus;
+    int present;
+    int drive;
+    int base;
+    int handler;
+};
+
+// Creates a translator of `kind` bound to the bus of `port`; the bus event handler reports each
+// drive present, before this returns, and every drive that comes or goes later. On failure the
+// half-built object is destroyed with tracing suspended and the caller's handle stays null.
+int create_on_bus(const Tracer &t, const BusCreateLines &lines, TRA **out, uint32_t kind,
+                  OXB_PORT *port, uint32_t flags);
+
 } // namespace ryn::tra

@@ -1,22 +1,15 @@
 // The one table of error codes, their names and their messages.
 #include "traerr.hpp"
 
-#include <algorithm>
 #include <array>
 #include <cstdio>
-#include <iterator>
+
+#include "sup/error_table.hpp"
 
 namespace ryn::tra {
 namespace {
 
-struct ErrorText {
-    int code;
-    const char *name;
-    const char *message;
-};
-
-// Sorted by code so that a look-up is a binary search.
-constexpr ErrorText errors[] = {
+constexpr auto errors = error_table({
     {TRA_ENODOWNLOAD, "TRA_ENODOWNLOAD", "No register has been downloaded"},
     {TRA_ESYNTAX, "TRA_ESYNTAX", "Version syntax error (Syntax: [n]n.nnc)"},
     {TRA_EINTVALUE, "TRA_EINTVALUE", "int value not allowed"},
@@ -59,39 +52,28 @@ constexpr ErrorText errors[] = {
     {TRA_ETOOMANYVALUES, "TRA_ETOOMANYVALUES", "tool much values specified"},
     {TRA_EBADSUBSCRIPT, "TRA_EBADSUBSCRIPT", "bad subscript specified"},
     {TRA_EINCOMPLETEVECTOR, "TRA_EINCOMPLETEVECTOR", "incomplete vector specified"},
-};
-
-static_assert(std::is_sorted(std::begin(errors), std::end(errors),
-                             [](const ErrorText &a, const ErrorText &b) {
-                                 return a.code < b.code;
-                             }));
-
-const ErrorText *find(int code) {
-    auto it = std::lower_bound(std::begin(errors), std::end(errors), code,
-                               [](const ErrorText &e, int c) { return e.code < c; });
-    return it != std::end(errors) && it->code == code ? it : nullptr;
-}
+});
 
 // "Convert error in TRA_..." for every code a conversion may produce, built once.
 struct Notes {
-    std::array<std::array<char, 48>, std::size(errors)> text{};
+    std::array<std::array<char, 48>, errors.size()> text{};
     Notes() {
-        for (std::size_t i = 0; i < std::size(errors); ++i)
-            std::snprintf(text[i].data(), text[i].size(), "Convert error in %s", errors[i].name);
+        for (std::size_t i = 0; i < errors.size(); ++i)
+            std::snprintf(text[i].data(), text[i].size(), "Convert error in %s",
+                          errors.rows[i].name);
     }
 };
 
 const char *convert_note(int code) {
     static const Notes notes;
-    const ErrorText *e = find(code);
-    return e ? notes.text[static_cast<std::size_t>(e - std::begin(errors))].data() : nullptr;
+    const std::ptrdiff_t at = errors.position(code);
+    return at >= 0 ? notes.text[static_cast<std::size_t>(at)].data() : nullptr;
 }
 
 } // namespace
 
 const char *error_name(int code) {
-    const ErrorText *e = find(code);
-    return e ? e->name : nullptr;
+    return errors.name(code);
 }
 
 int Tracer::convert(int line, int code) const {
@@ -149,6 +131,5 @@ int convert_vok(const Tracer &t, const VokLines &lines, int vok_code) {
 } // namespace ryn::tra
 
 extern "C" const char *tra_translate_error(int code) {
-    const auto *e = ryn::tra::find(code);
-    return e ? e->message : "unknown error";
+    return ryn::tra::errors.message(code);
 }

@@ -220,7 +220,13 @@ int _tra_get_td(TRA *tra, TRA_TD **out, uint32_t product, uint32_t version, uint
         lock.unlock();
         return convert_vok(t, lines, rc);
     }
-    tra->tds.push_back(td);
+    try {
+        tra->tds.push_back(td);
+    } catch (const std::bad_alloc &) {
+        discard();
+        lock.unlock();
+        return t.fail(__LINE__, TRA_ESYSTEM);
+    }
     if (out != nullptr) *out = td;
     return 0;
 }
@@ -238,53 +244,98 @@ void _tra_free_tds(TRA *tra) {
 }
 
 int _tra_create_lkt(TRA *tra) {
-    static constexpr Tracer t{"tralkt", "_tra_create_lkt"};
     std::lock_guard lock(tra->lookup_lock);
-    tra->registers.clear();
-    tra->commands.clear();
+    return _tra_rebuild_lkt(tra, tra->generation.load(std::memory_order_acquire),
+                            tra->flags.load(std::memory_order_acquire));
+}
 
-    // Offline every axis counts as present; bus-bound translators ask their bus.
-    const uint64_t present = ALL_AXES;
-    tra->present_axes = present;
-    const bool drive_only = (tra->flags & TRA_FDRIVE_ONLY) != 0;
-    for (int axis = 0; axis < AXES; ++axis) {
-        const TRA_TD *td = tra->axis_sets[static_cast<std::size_t>(axis)].load();
-        tra->axis_dicts[static_cast<std::size_t>(axis)] = td == nullptr ? nullptr
-                                                          : drive_only  ? td->drive_only
-                                                                        : td->full;
-    }
+int _tra_rebuild_lkt(TRA *tra, uint64_t generation, uint32_t flags) noexcept {
+    static constexpr Tracer t{"tralkt", "_tra_create_lkt"};
+    try {
+        std::lock_guard lock(tra->lookup_lock);
+        tra->registers.clear();
+        tra->commands.clear();
+        tra->register_aliases.clear();
+        tra->command_aliases.clear();
 
-    tra->registers.reserve(64);
-    int rc = build_generic(tra->registers, false, t, {319, 311, 315, 307, 323, 327, 331});
-    if (rc != 0) return rc;
-    build_axes(tra, tra->registers, false);
-    tra->registers.shrink_to_fit();
-    add_absent_axes(tra->registers, present);
+        // Offline every axis counts as present; bus-bound translators ask their bus (a bus that
+        // cannot tell counts every axis as absent).
+        uint64_t present = ALL_AXES;
+        if (tra->bus != nullptr && oxb_get_present_axes(tra->bus, &present) != 0) present = 0;
+        tra->present_axes = present;
+        const bool drive_only = (flags & TRA_FDRIVE_ONLY) != 0;
+        for (int axis = 0; axis < AXES; ++axis) {
+            const TRA_TD *td = tra->axis_sets[static_cast<std::size_t>(axis)].load();
+            tra->axis_dicts[static_cast<std::size_t>(axis)] = td == nullptr ? nullptr
+                                                              : drive_only  ? td->drive_only
+                                                                            : td->full;
+        }
 
-    tra->commands.reserve(64);
-    rc = build_generic(tra->commands, true, t, {531, 523, 527, 519, 535, 539, 543});
-    if (rc != 0) return rc;
-    build_axes(tra, tra->commands, true);
-    tra->commands.shrink_to_fit();
-    add_absent_axes(tra->commands, present);
+        tra->registers.reserve(64);
+        int rc = build_generic(tra->registers, false, t, {319, 311, 315, 307, 323, 327, 331});
+        if (rc != 0) return rc;
+        build_axes(tra, tra->registers, false);
+        tra->registers.shrink_to_fit();
+        add_absent_axes(tra->registers, present);
 
-    // A type's name is the first non-empty one that an axis dictionary gives, "??" when none.
-    for (uint32_t type = 0; type < VOK_TYPE_COUNT; ++type) {
-        char *slot = tra->type_names[type];
-        std::snprintf(slot, TYPE_NAME_SIZE, "??");
-        const VOK_DICT *last = nullptr;
-        for (const VOK_DICT *d : tra->axis_dicts) {
-            if (d == nullptr || d == last) continue;
-            last = d;
-            const char *name = vok_get_type_name(d, 1, type);
-            if (usable(name)) {
-                std::strncpy(slot, name, TYPE_NAME_SIZE);
-                break;
+        tra->commands.reserve(64);
+        rc = build_generic(tra->commands, true, t, {531, 523, 527, 519, 535, 539, 543});
+        if (rc != 0) return rc;
+        build_axes(tra, tra->commands, true);
+        tra->commands.shrink_to_fit();
+        add_absent_axes(tra->commands, present);
+
+        tra->register_aliases.build(tra->registers);
+        tra->command_aliases.build(tra->commands);
+
+        // A type's name is the first non-empty one that an axis dictionary gives, "??" when none;
+        // a longer name is cut so that it stays terminated.
+        for (uint32_t type = 0; type < VOK_TYPE_COUNT; ++type) {
+            char *slot = tra->type_names[type];
+            std::snprintf(slot, TYPE_NAME_SIZE, "??");
+            const VOK_DICT *last = nullptr;
+            for (const VOK_DICT *d : tra->axis_dicts) {
+                if (d == nullptr || d == last) continue;
+                last = d;
+                const char *name = vok_get_type_name(d, 1, type);
+                if (usable(name)) {
+                    std::snprintf(slot, TYPE_NAME_SIZE, "%s", name);
+                    break;
+                }
             }
         }
+        // Fresh only for the state it was built from: a change since moved the generation on.
+        tra->built_generation = generation;
+        return 0;
+    } catch (...) {
+        return t.fail(__LINE__, TRA_ESYSTEM);
     }
-    tra->stale = 0;
-    return 0;
+}
+
+void AliasIndex::build(const std::vector<LookupEntry> &table) {
+    keys_.clear();
+    keys_.reserve(table.size());
+    for (std::size_t i = 0; i < table.size(); ++i)
+        keys_.push_back({table[i].type, table[i].index, static_cast<uint32_t>(i)});
+    std::sort(keys_.begin(), keys_.end(), [](const Key &a, const Key &b) {
+        if (a.type != b.type) return a.type < b.type;
+        if (a.index != b.index) return a.index < b.index;
+        return a.position < b.position;
+    });
+}
+
+const LookupEntry *AliasIndex::find(const std::vector<LookupEntry> &table, uint32_t type,
+                                    uint32_t index, uint64_t axes) const {
+    auto it = std::lower_bound(keys_.begin(), keys_.end(), Key{type, index, 0},
+                               [](const Key &a, const Key &b) {
+                                   return a.type != b.type ? a.type < b.type : a.index < b.index;
+                               });
+    for (; it != keys_.end() && it->type == type && it->index == index; ++it) {
+        if (it->position >= table.size()) break;
+        const LookupEntry &e = table[it->position];
+        if ((e.axes & axes) != 0) return &e;
+    }
+    return nullptr;
 }
 
 const LookupEntry *_tra_find_name(const std::vector<LookupEntry> &table, const char *name) {

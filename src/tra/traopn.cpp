@@ -2,8 +2,12 @@
 #include "traopn.hpp"
 
 #include <cstdarg>
+#include <cstddef>
 #include <cstdio>
 #include <new>
+
+#include "sup/ascii.hpp"
+#include "tralkt.hpp"
 
 namespace ryn::tra {
 
@@ -32,21 +36,20 @@ int _tra_create_base(TRA **out, uint32_t, uint32_t, uint32_t flags, uint32_t kin
     if (tra == nullptr) return t.fail(101, TRA_ESYSTEM);
     tra->kind = kind;
     tra->flags = flags;
-    tra->stale = 1;
+    tra->built_generation = ~uint64_t(0); // no tables yet: stale
     *out = tra;
     return 0;
 }
 
+void _tra_take_settings(TRA *tra) {
+    tra->call.flags = tra->flags.load(std::memory_order_acquire);
+    std::lock_guard lock(tra->iso_lock);
+    tra->call.converter = tra->iso_converter;
+    tra->call.context = tra->iso_context;
+}
+
 int _tra_name_compare(const char *const *a, const char *const *b) {
-    auto lower = [](char c) { return static_cast<signed char>(c >= 'A' && c <= 'Z' ? c + 32 : c); };
-    const char *x = *a;
-    const char *y = *b;
-    for (;; ++x, ++y) {
-        signed char cx = lower(*x);
-        signed char cy = lower(*y);
-        if (cx != cy) return cx < cy ? -1 : 1;
-        if (cx == 0) return 0;
-    }
+    return ascii_compare_nocase(*a, *b);
 }
 
 void _tra_printf(const char *format, ...) {
@@ -65,19 +68,68 @@ int _tra_first_axis(const TRA *tra) {
 
 namespace {
 
-// The full dictionary of an axis's set, for the per-axis getters; null when there is none.
-const VOK_DICT *axis_dictionary(TRA *tra, int axis) {
-    if (!accepts(tra)) return nullptr;
-    unsigned a = static_cast<unsigned>(axis);
-    if (a >= AXES) a = static_cast<unsigned>(_tra_first_axis(tra));
-    const TRA_TD *td = tra->axis_sets[a].load();
-    return td != nullptr ? td->full : nullptr;
+// A 32-bit field of an information record as the bus library writes it.
+template <class Record>
+uint32_t info_field(const Record &record, std::size_t offset) {
+    return wire::load_u32(reinterpret_cast<const uint8_t *>(&record) + offset);
 }
 
+} // namespace
+
+int _tra_bus_event(OXB_BUS *bus, int axis, int event, void *context) noexcept {
+    if (context == nullptr || axis < 0 || axis >= AXES) return TRA_EBADPARAM;
+    TRA &tra = *static_cast<TRA *>(context);
+    const auto a = static_cast<std::size_t>(axis);
+    // Only the bus-bound kinds follow their bus.
+    const uint32_t kind = tra.kind.load();
+    const bool follows = kind == KIND_REGISTER_BUS || kind == KIND_DIRECT_BUS;
+    auto leave = [&] {
+        // The axis drops out of the tables: no dictionary, and absent at the next rebuild.
+        if (follows && tra.axis_sets[a].exchange(nullptr) != nullptr) mark_stale(tra);
+    };
+    if (event == OXB_EVENT_DRIVE_GONE) {
+        leave();
+        return 0;
+    }
+    wire::DriveInfo drive{};
+    wire::store_u32(reinterpret_cast<uint8_t *>(&drive), sizeof drive);
+    int rc = oxb_get_drive_info(bus, axis, &drive);
+    if (rc == OXB_ENODRIVE) leave(); // it left before its event was handled
+    if (rc != 0) return rc;
+    wire::ExtInfo card{};
+    wire::store_u32(reinterpret_cast<uint8_t *>(&card), sizeof card);
+    rc = oxb_get_ext_info(bus, axis, &card);
+    if (rc != 0) return rc;
+
+    TRA_TD *td = nullptr;
+    // The handler writes no trace of its own: what the set's opening might trace is left out.
+    suspended([&] {
+        try {
+            rc = _tra_get_td(&tra, &td, info_field(drive, offsetof(wire::DriveInfo, product)),
+                             info_field(drive, offsetof(wire::DriveInfo, version)),
+                             info_field(card, offsetof(wire::ExtInfo, product)),
+                             info_field(card, offsetof(wire::ExtInfo, version)), 0);
+        } catch (...) {
+            rc = TRA_ESYSTEM;
+        }
+    });
+    if (rc != 0) return rc;
+    if (follows && tra.axis_sets[a].exchange(td) != td) mark_stale(tra);
+    return 0;
+}
+
+namespace {
+
+// What the full dictionary of an axis's set answers (an axis outside 0..63: the first axis that
+// has a set); 0 for a bad handle or an axis without a set.
 template <uint32_t (*Query)(const VOK_DICT *)>
 uint32_t axis_query(TRA *tra, int axis) {
-    const VOK_DICT *d = axis_dictionary(tra, axis);
-    return d != nullptr ? Query(d) : 0;
+    return exported_value(tra, Accept::any, 0u, [&](TRA &x) {
+        unsigned a = static_cast<unsigned>(axis);
+        if (a >= AXES) a = static_cast<unsigned>(_tra_first_axis(&x));
+        const TRA_TD *td = x.axis_sets[a].load();
+        return td != nullptr ? Query(td->full) : 0u;
+    });
 }
 
 } // namespace
@@ -90,77 +142,87 @@ extern "C" {
 int tra_destroy(TRA **handle) {
     static constexpr Tracer t{"traopn", "tra_destroy"};
     if (handle == nullptr || *handle == nullptr) return TRA_EBADPARAM;
-    TRA *tra = *handle;
-    if (!accepts(tra)) return t.fail(477, TRA_EBADPARAM);
-    // Unregistering the bus event handler arrives with the bus-bound translators.
-    tra->bus = nullptr;
-    _tra_free_tds(tra);
-    tra->registers.clear();
-    tra->commands.clear();
-    tra->kind = 0;
-    delete tra;
-    *handle = nullptr;
-    return 0;
+    return exported(t, 477, *handle, Accept::any, [&](TRA &tra) {
+        // No event reaches the translator once this returns, so it may go.
+        if (tra.bus != nullptr) oxb_unregister_handler(tra.bus, &tra);
+        tra.bus = nullptr;
+        tra.inbox.clear();
+        _tra_free_tds(&tra);
+        tra.kind = 0;
+        delete &tra;
+        *handle = nullptr;
+        return 0;
+    });
 }
 
 uint32_t tra_get_flags(TRA *tra) {
-    return accepts(tra) ? tra->flags.load() : 0;
+    return exported_value(tra, Accept::any, 0u, [](TRA &x) { return x.flags.load(); });
 }
 
 int tra_set_flags(TRA *tra, uint32_t flags) {
     static constexpr Tracer t{"traopn", "tra_set_flags"};
-    if (!accepts(tra)) return t.fail(304, TRA_EBADPARAM);
-    tra->flags = flags;
-    tra->stale = 1;
-    return 0;
+    return exported(t, 304, tra, Accept::any, [&](TRA &x) {
+        x.flags = flags;
+        mark_stale(x);
+        return 0;
+    });
 }
 
 int tra_get_progress(TRA *tra, double *progress) {
     static constexpr Tracer t{"traopn", "tra_get_progress"};
-    if (!accepts(tra)) return t.fail(185, TRA_EBADPARAM);
-    if (progress != nullptr) *progress = tra->progress.load();
-    return 0;
+    return exported(t, 185, tra, Accept::any, [&](TRA &x) {
+        if (progress != nullptr) *progress = x.progress.load();
+        return 0;
+    });
 }
 
 int tra_set_progress(TRA *tra, double progress) {
     static constexpr Tracer t{"traopn", "tra_set_progress"};
-    if (!accepts(tra)) return t.fail(210, TRA_EBADPARAM);
-    // Written so that NaN fails too: progress only grows within 0..1.
-    if (!(progress >= 0.0 && progress <= 1.0 && progress >= tra->progress.load()))
-        return t.fail(214, TRA_EBADPARAM);
-    tra->progress = progress;
-    return 0;
+    return exported(t, 210, tra, Accept::any, [&](TRA &x) {
+        // Written so that NaN fails too: progress only grows within 0..1.
+        if (!(progress >= 0.0 && progress <= 1.0 && progress >= x.progress.load()))
+            return t.fail(214, TRA_EBADPARAM);
+        x.progress = progress;
+        return 0;
+    });
 }
 
 int tra_oxcom_get_iso_converter(TRA *tra, TRA_ISO_CONVERTER *converter, void **context) {
     static constexpr Tracer t{"traopn", "tra_oxcom_get_iso_converter"};
-    if (!accepts(tra)) return t.fail(238, TRA_EBADPARAM);
-    if (converter != nullptr) *converter = tra->iso_converter.load();
-    if (context != nullptr) *context = tra->iso_context.load();
-    return 0;
+    return exported(t, 238, tra, Accept::any, [&](TRA &x) {
+        std::lock_guard lock(x.iso_lock);
+        if (converter != nullptr) *converter = x.iso_converter;
+        if (context != nullptr) *context = x.iso_context;
+        return 0;
+    });
 }
 
 int tra_oxcom_set_iso_converter(TRA *tra, TRA_ISO_CONVERTER converter, void *context) {
     static constexpr Tracer t{"traopn", "tra_oxcom_set_iso_converter"};
-    if (!accepts(tra)) return t.fail(262, TRA_EBADPARAM);
-    tra->iso_converter = converter;
-    tra->iso_context = context;
-    return 0;
+    return exported(t, 262, tra, Accept::any, [&](TRA &x) {
+        std::lock_guard lock(x.iso_lock);
+        x.iso_converter = converter;
+        x.iso_context = context;
+        return 0;
+    });
 }
 
 uint64_t tra_oxcom_get_preference_axis_mask(TRA *tra) {
-    return accepts(tra) ? tra->preference_axis_mask.load() : 0;
+    return exported_value(tra, Accept::any, uint64_t(0),
+                          [](TRA &x) { return x.preference_axis_mask.load(); });
 }
 
 int tra_oxcom_set_preference_axis_mask(TRA *tra, uint64_t mask) {
     static constexpr Tracer t{"traopn", "tra_oxcom_set_preference_axis_mask"};
-    if (!accepts(tra)) return t.fail(331, TRA_EBADPARAM);
-    tra->preference_axis_mask = mask;
-    return 0;
+    return exported(t, 331, tra, Accept::any, [&](TRA &x) {
+        x.preference_axis_mask = mask;
+        return 0;
+    });
 }
 
 OXB_PORT *tra_get_oxb_port(TRA *tra) {
-    return accepts(tra) ? tra->port : nullptr;
+    return exported_value(tra, Accept::any, static_cast<OXB_PORT *>(nullptr),
+                          [](TRA &x) { return x.port; });
 }
 
 uint32_t tra_get_drv_product(TRA *tra, int axis) {

@@ -9,13 +9,10 @@ namespace ryn::tra {
 namespace {
 
 constexpr uint32_t MARKER_TAG = ELEMENT_REF_TAG_BIT; // slot 0 of element and list records
-constexpr int32_t ELEMENT_ASSIGNMENT = 1537;         // page 6, number 1: kinds 38 and 30
 
-bool is_register_tag(uint32_t tag) {
-    return (tag & 31) != 0;
-}
-bool is_float_class(uint32_t tag) {
-    return (tag & 0x20) != 0;
+// Display format of a plain value of a tag's class: float or decimal.
+int plain_format(uint32_t tag) {
+    return is_float_class(value_class(tag)) ? VOK_FORMAT_FLOAT : VOK_FORMAT_DECIMAL;
 }
 
 // The value bytes of a slot as the formatters take them.
@@ -35,22 +32,33 @@ const char *register_comment(const TRA *tra, uint64_t axis_mask, const RegisterA
 }
 
 bool comments_wanted(const TRA *tra) {
-    return (tra->flags.load(std::memory_order_relaxed) & TRA_FDESCRIPTIONS) != 0;
+    return (tra->call.flags & TRA_FDESCRIPTIONS) != 0;
 }
 
-// One register assignment form: its command code, operator symbol and the word of its comment.
+// One register assignment form: its command code and the word of its comment; the operator's
+// symbol is the wire module's.
 struct Operation {
     int32_t code;
-    const char *symbol;
     const char *word;
 };
 constexpr Operation operations[] = {
-    {123, nullptr, "set "},      {125, nullptr, "setd "},      {122, nullptr, "convert "},
-    {91, "+", "add to "},        {92, "-", "substract from "}, {93, "*", "multiply "},
-    {94, "/", "divide "},        {95, "&", "bit and "},        {96, "|", "bit or "},
-    {97, "&~", "bit and not "},  {98, "|~", "bit or not "},    {99, "^", "bit xor "},
-    {100, "^~", "bit xor not "}, {101, "%", "modulo "},        {172, ">>", "shift right "},
-    {173, "<<", "shift left "},  {174, "~", "bit invert "},
+    {CMD_SET, "set "},
+    {CMD_SET_LIST, "setd "},
+    {CMD_CONVERT, "convert "},
+    {CMD_ADD, "add to "},
+    {CMD_SUBTRACT, "substract from "},
+    {CMD_MULTIPLY, "multiply "},
+    {CMD_DIVIDE, "divide "},
+    {CMD_AND, "bit and "},
+    {CMD_OR, "bit or "},
+    {CMD_AND_NOT, "bit and not "},
+    {CMD_OR_NOT, "bit or not "},
+    {CMD_XOR, "bit xor "},
+    {CMD_XOR_NOT, "bit xor not "},
+    {CMD_MODULO, "modulo "},
+    {CMD_SHIFT_RIGHT, "shift right "},
+    {CMD_SHIFT_LEFT, "shift left "},
+    {CMD_INVERT, "bit invert "},
 };
 
 const Operation *find_operation(int32_t code) {
@@ -64,7 +72,7 @@ void write_raw_dump(Text &out, ConstRecordView record, int count, int first) {
     out.appendf("[%02X]", record.header().kind);
     for (int i = first; i < count; ++i) {
         const char sep = i == first ? '=' : ',';
-        if ((record.tag(i) & 0x40) != 0)
+        if (is_wide_class(value_class(record.tag(i))))
             out.appendf("%c%llx", sep, static_cast<unsigned long long>(record.value64(i)));
         else
             out.appendf("%c%x", sep, record.value32(i));
@@ -73,13 +81,13 @@ void write_raw_dump(Text &out, ConstRecordView record, int count, int first) {
 
 // Format and conversion of the k-th value assigned to a register.
 void assigned_value_format(const TRA *tra, uint64_t axis_mask, const RegisterAddress &dest,
-                           uint32_t value_tag, int k, int32_t code, const char *symbol, int *format,
-                           bool *convert) {
+                           uint32_t value_tag, int k, int32_t code, int *format, bool *convert) {
     *format = VOK_FORMAT_DECIMAL;
     *convert = false;
-    const int plain = is_float_class(value_tag) ? VOK_FORMAT_FLOAT : VOK_FORMAT_DECIMAL;
+    const int plain = plain_format(value_tag);
     if (dest.kind == 1 && dest.index == VOK_WHOLE_TYPE) return;
-    if (symbol != nullptr && std::strcmp(symbol, "+") != 0 && std::strcmp(symbol, "-") != 0) {
+    // Only the values of "=" and the additive operators are in the register's own units.
+    if (is_compound(code) && !is_unit_assignment(code)) {
         *format = plain;
         return;
     }
@@ -91,7 +99,7 @@ void assigned_value_format(const TRA *tra, uint64_t axis_mask, const RegisterAdd
         return true;
     });
     // A converted assignment holds a value of another class than the register's own format.
-    if (code == 122 && !*convert) *format = plain;
+    if (code == CMD_CONVERT && !*convert) *format = plain;
 }
 
 } // namespace
@@ -125,8 +133,9 @@ int _tra_write_assignment(TRA *tra, Text &out, ConstRecordView record, int count
         }
         int format;
         bool convert;
-        assigned_value_format(tra, axis_mask, dest, tag, i - 1, code, symbol, &format, &convert);
-        _tra_format_value(tra, out, tag & 0x60, slot_value(record, i), convert, format, axis_mask);
+        assigned_value_format(tra, axis_mask, dest, tag, i - 1, code, &format, &convert);
+        _tra_format_value(tra, out, value_class(tag), slot_value(record, i), convert, format,
+                          axis_mask);
     }
     if (quoted) out.append('"');
     if (comments_wanted(tra)) {
@@ -143,14 +152,14 @@ int _tra_write_vector_assignment(TRA *tra, Text &out, ConstRecordView record, in
     if (count < 2) return 0;
     const uint32_t dest_tag = record.tag(1);
     const RegisterAddress dest = element_register(dest_tag, record.value64(1));
-    const int matrix_form = static_cast<int>(dest_tag >> 16 & 0xFF);
+    const int matrix_form = list_tag_count(dest_tag);
     int rows = 1, columns = 1;
     _tra_format_register(tra, &out, static_cast<int64_t>(axis_mask), dest, matrix_form, 3, &rows,
                          &columns);
     if (symbol != nullptr) out.append(symbol);
     out.append('=');
 
-    const int n = count > 2 ? static_cast<int>(record.tag(2) >> 16 & 0xFF) : 0;
+    const int n = count > 2 ? list_tag_count(record.tag(2)) : 0;
     const int cols = std::max(columns, 1);
     bool outer = false, row = false;
     for (int i = 2, k = 0; i < count; ++i, ++k) {
@@ -169,14 +178,13 @@ int _tra_write_vector_assignment(TRA *tra, Text &out, ConstRecordView record, in
             out.append('[');
             row = true;
         }
-        const uint32_t tag = record.tag(i) & 0xFF;
+        const uint32_t tag = list_tag_own(record.tag(i));
         if (is_register_tag(tag)) {
             _tra_format_register(tra, &out, 0, element_value_register(tag, record.value64(i)), 1, 0,
                                  nullptr, nullptr);
         } else {
-            _tra_format_value(tra, out, tag & 0x60, slot_value(record, i), false,
-                              is_float_class(tag) ? VOK_FORMAT_FLOAT : VOK_FORMAT_DECIMAL,
-                              axis_mask);
+            _tra_format_value(tra, out, value_class(tag), slot_value(record, i), false,
+                              plain_format(tag), axis_mask);
         }
     }
     if (row) out.append(']');
@@ -217,7 +225,7 @@ int _tra_write_params(TRA *tra, Text &out, ConstRecordView record, int count, ui
         bool bracket = false;
         for (int i = first; i < count; ++i) {
             const uint32_t tag = record.tag(i);
-            const uint32_t position = tag >> 8 & 0xFF;
+            const int position = list_tag_position(tag);
             if (group < 0 || position == 0) {
                 if (bracket) out.append(']');
                 if (group >= 0) out.append(',');
@@ -231,14 +239,13 @@ int _tra_write_params(TRA *tra, Text &out, ConstRecordView record, int count, ui
             } else {
                 out.append(',');
             }
-            const uint32_t own = tag & 0xFF;
+            const uint32_t own = list_tag_own(tag);
             if (is_register_tag(own)) {
                 _tra_format_register(tra, &out, 0, element_value_register(own, record.value64(i)),
                                      1, 0, nullptr, nullptr);
             } else {
-                _tra_format_value(tra, out, own & 0x60, slot_value(record, i), false,
-                                  is_float_class(own) ? VOK_FORMAT_FLOAT : VOK_FORMAT_DECIMAL,
-                                  axis_mask);
+                _tra_format_value(tra, out, value_class(own), slot_value(record, i), false,
+                                  plain_format(own), axis_mask);
             }
         }
         if (bracket) out.append(']');
@@ -266,7 +273,7 @@ int _tra_write_params(TRA *tra, Text &out, ConstRecordView record, int count, ui
                     convert = vok_get_param_is_iso(d, command, i) != 0;
                     return true;
                 });
-            _tra_format_value(tra, out, tag & 0x60, slot_value(record, i), convert, format,
+            _tra_format_value(tra, out, value_class(tag), slot_value(record, i), convert, format,
                               axis_mask);
         }
     }
@@ -295,17 +302,15 @@ int _tra_rec2asc_exec(TRA *tra, char *text, const TRA_RECORD *record, uint64_t a
     const int32_t command = rec.header().command;
 
     int32_t code;
-    if (kind == 4) {
+    if (kind == REC_DOLLAR) {
         out.append('$');
         code = -1;
     } else if (kind == REC_READ || kind == REC_VECTOR_READ) {
         write_raw_dump(out, rec, count, kind == REC_VECTOR_READ ? 1 : 0);
         return 0;
-    } else if ((kind >= 24 && kind <= 27) || kind == 30 || kind == 31 || kind == 80) {
-        out.append('!');
-        code = (kind - 24) * 256 + command;
-    } else if ((kind >= 32 && kind <= 39) || kind == 88) {
-        code = (kind - 32) * 256 + command;
+    } else if (const KindCommand c = command_of(kind, command); c.carries) {
+        if (c.bang) out.append('!');
+        code = c.code;
     } else {
         out.appendf("[%02X]", kind);
         return 0;
@@ -314,7 +319,7 @@ int _tra_rec2asc_exec(TRA *tra, char *text, const TRA_RECORD *record, uint64_t a
     int rc;
     if (const Operation *op = find_operation(code)) {
         bool string_form = false, ip_form = false;
-        if (code == 125 && count > 0) {
+        if (code == CMD_SET_LIST && count > 0) {
             // A string or address register assigned over several elements comes back whole,
             // unless another register stands among the values.
             const RegisterAddress dest = command_register(rec.tag(0), rec.value32(0));
@@ -328,18 +333,19 @@ int _tra_rec2asc_exec(TRA *tra, char *text, const TRA_RECORD *record, uint64_t a
                 if (is_register_tag(rec.tag(i))) string_form = ip_form = false;
             if (string_form) ip_form = false;
         }
-        rc = _tra_write_assignment(tra, out, rec, count, axis_mask, code, op->symbol, op->word,
-                                   string_form, ip_form);
-    } else if (code == ELEMENT_ASSIGNMENT) {
+        rc = _tra_write_assignment(tra, out, rec, count, axis_mask, code, compound_symbol(code),
+                                   op->word, string_form, ip_form);
+    } else if (code == CMD_ELEMENT_ASSIGN) {
         rc = _tra_write_vector_assignment(tra, out, rec, count, axis_mask, nullptr, "set ");
-    } else if (code == 129) {
+    } else if (code == CMD_STEP) {
         rc = _tra_write_params(tra, out, rec, count, axis_mask, code, "STE", nullptr, nullptr);
-    } else if (code == 114 || code == 115) {
+    } else if (code == CMD_STEP_ADD || code == CMD_STEP_SUBTRACT) {
         rc = _tra_write_params(tra, out, rec, count, axis_mask, code, "STE",
-                               code == 114 ? "+" : "-", nullptr);
+                               compound_symbol(code == CMD_STEP_ADD ? CMD_ADD : CMD_SUBTRACT),
+                               nullptr);
     } else {
         const LookupEntry *alias =
-            _tra_find_alias(tra->commands.data(), tra->commands.size(), COMMAND_TYPE,
+            _tra_find_alias(tra->commands, tra->command_aliases, COMMAND_TYPE,
                             static_cast<uint32_t>(code), axis_mask);
         rc = _tra_write_params(tra, out, rec, count, axis_mask, code,
                                alias != nullptr ? alias->name : nullptr, nullptr, nullptr);
@@ -369,7 +375,7 @@ int _tra_rec2asc2_exec(TRA *tra, char *text, const TRA_RECORD *request, const TR
         if (na != nq)
             return t.fail(__LINE__, TRA_EBADPARAM, "the answer holds another number of values");
         for (int i = 1; i < nq; ++i)
-            if (is_register_tag(q.tag(i)) && (a.tag(i) & 0x60) != (q.tag(i) & 0x60))
+            if (is_register_tag(q.tag(i)) && value_class(a.tag(i)) != value_class(q.tag(i)))
                 return t.fail(__LINE__, TRA_EBADPARAM, "an answer value is of another class");
         // Consecutive elements of one register are written as one list of its values.
         bool first_register = true;
@@ -395,7 +401,7 @@ int _tra_rec2asc2_exec(TRA *tra, char *text, const TRA_RECORD *request, const TR
                     out.append(',');
                 }
                 if (k % cols == 0) out.append('[');
-                const uint32_t cls = a.tag(i) & 0x60;
+                const uint32_t cls = value_class(a.tag(i));
                 _tra_format_value(tra, out, cls, slot_value(a, i), false,
                                   is_float_class(cls) ? VOK_FORMAT_FLOAT : VOK_FORMAT_HEX,
                                   axis_mask);
@@ -442,7 +448,7 @@ int _tra_rec2asc2_exec(TRA *tra, char *text, const TRA_RECORD *request, const TR
                     f = vok_get_register_format(dict, r.kind, r.index, r.subindex);
                     convert = vok_register_is_iso(dict, r.kind, r.index, r.subindex) != 0;
                 }
-                _tra_format_value(tra, out, a.tag(i) & 0x60, slot_value(a, i), convert, f,
+                _tra_format_value(tra, out, value_class(a.tag(i)), slot_value(a, i), convert, f,
                                   axis_mask);
             }
         }
@@ -463,15 +469,15 @@ int _tra_rec2asc2_exec(TRA *tra, char *text, const TRA_RECORD *request, const TR
 int _tra_rec2asc_ex(TRA *tra, char *text, const TRA_RECORD *record, uint64_t axis_mask, int size) {
     static constexpr Tracer t{"trar2a", "_tra_rec2asc_ex"};
     if (tra == nullptr) return t.fail(__LINE__, TRA_EBADPARAM);
-    return locked_call(*tra, t, __LINE__,
-                       [&] { return _tra_rec2asc_exec(tra, text, record, axis_mask, size); });
+    return in_session(*tra, t, __LINE__,
+                      [&] { return _tra_rec2asc_exec(tra, text, record, axis_mask, size); });
 }
 
 int _tra_rec2asc2_ex(TRA *tra, char *text, const TRA_RECORD *request, const TRA_RECORD *answer,
                      uint64_t axis_mask, int size) {
     static constexpr Tracer t{"trar2a", "_tra_rec2asc2_ex"};
     if (tra == nullptr) return t.fail(__LINE__, TRA_EBADPARAM);
-    return locked_call(*tra, t, __LINE__, [&] {
+    return in_session(*tra, t, __LINE__, [&] {
         return _tra_rec2asc2_exec(tra, text, request, answer, axis_mask, size);
     });
 }

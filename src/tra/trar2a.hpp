@@ -89,9 +89,10 @@ int _tra_format_register(TRA *tra, Text *out, int64_t axis_mask, const RegisterA
 void _tra_format_axes(Text &out, uint64_t axis_mask);
 // The axis of a mask with exactly one bit set, else -1.
 int _tra_single_axis(uint64_t axis_mask);
-// First entry of a table with this type and index whose axes meet the mask, null when none.
-const LookupEntry *_tra_find_alias(const LookupEntry *table, std::size_t count, uint32_t kind,
-                                   uint32_t index, uint64_t axis_mask);
+// First entry of a table (in table order) with this type and index whose axes meet the mask, null
+// when none; found through the table's index by type and index.
+const LookupEntry *_tra_find_alias(const std::vector<LookupEntry> &table, const AliasIndex &index,
+                                   uint32_t kind, uint32_t register_index, uint64_t axis_mask);
 // Appends a dictionary comment: the comment column alignment, "; ", the word and the text.
 void _tra_append_comment(const TRA *tra, Text &out, const char *word, const char *comment);
 

@@ -84,25 +84,18 @@ void Text::truncate(int n) {
 
 RegisterAddress command_register(uint32_t tag, uint32_t word) {
     RegisterRef r = decode_register(word);
-    return {tag & 0x7F, word, r.index, r.subscript, r.axis, false};
+    return {tag & KIND_WORD_MASK, word, r.index, r.subscript, r.axis, false};
 }
 
 RegisterAddress element_register(uint32_t tag, uint64_t value) {
-    return {tag & 0x7F,
-            static_cast<uint32_t>(value),
-            static_cast<uint32_t>(value & 0xFFFFFF),
-            static_cast<uint32_t>(value >> 24 & 0xFFFFFF),
-            0,
-            true};
+    RegisterRef r = decode_element(value);
+    return {tag & KIND_WORD_MASK, static_cast<uint32_t>(value), r.index, r.subscript, r.axis, true};
 }
 
 RegisterAddress element_value_register(uint32_t tag, uint64_t value) {
-    return {tag & 0x7F,
-            static_cast<uint32_t>(value),
-            static_cast<uint32_t>(value & 0xFFFFFF),
-            static_cast<uint32_t>(value >> 24 & 0xFFFFFF),
-            static_cast<uint32_t>(value >> 56 & 0x7F),
-            false};
+    RegisterRef r = decode_element_value_register(value);
+    return {
+        tag & KIND_WORD_MASK, static_cast<uint32_t>(value), r.index, r.subscript, r.axis, false};
 }
 
 // ---- Doubles ----
@@ -122,7 +115,7 @@ double scale_down(double v, int e) {
 
 void _tra_format_double(const TRA *tra, Text &out, double v, int digits) {
     char text[400];
-    if ((tra->flags.load(std::memory_order_relaxed) & TRA_FFULL_PRECISION) != 0) {
+    if ((tra->call.flags & TRA_FFULL_PRECISION) != 0) {
         int n = std::snprintf(text, sizeof text, "%.20lf", v);
         n = std::clamp(n, 0, static_cast<int>(sizeof text) - 1);
         const char *stop = static_cast<const char *>(std::memchr(text, '.', std::size_t(n)));
@@ -208,16 +201,16 @@ enum class Iso { none, converted, disagree };
 // when at least one axis converted and all that converted agree.
 Iso convert_to_iso(TRA *tra, uint32_t value_class, const uint8_t value[8], int format,
                    uint64_t axis_mask, double *result) {
-    TRA_ISO_CONVERTER converter = tra->iso_converter.load();
+    TRA_ISO_CONVERTER converter = tra->call.converter;
     if (converter == nullptr) return Iso::none;
-    void *context = tra->iso_context.load();
+    void *context = tra->call.context;
     bool have = false;
     double first = 0;
     for (int axis = 0; axis < AXES; ++axis) {
         if ((axis_mask >> axis & 1) == 0) continue;
         uint8_t drive[8];
         std::memcpy(drive, value, sizeof drive);
-        if ((value_class & 0x40) == 0) std::memset(drive + 4, 0, 4);
+        if (!is_wide_class(value_class)) std::memset(drive + 4, 0, 4);
         double iso = 0;
         if (converter(tra->bus, drive, &iso, value_class, format, axis, 1, context) != 0) continue;
         if (!have) {
@@ -231,30 +224,30 @@ Iso convert_to_iso(TRA *tra, uint32_t value_class, const uint8_t value[8], int f
     return have ? Iso::converted : Iso::none;
 }
 
-double as_double(uint32_t value_class, const uint8_t value[8]) {
-    switch (value_class & 0x60) {
-    case 0x20:
+double as_double(uint32_t cls, const uint8_t value[8]) {
+    switch (value_class(cls)) {
+    case CLASS_FLOAT:
         return std::bit_cast<float>(load_u32(value));
-    case 0x40:
+    case CLASS_INT64:
         return static_cast<double>(static_cast<int64_t>(load_u64(value)));
-    case 0x60:
+    case CLASS_DOUBLE:
         return std::bit_cast<double>(load_u64(value));
     default:
         return static_cast<int32_t>(load_u32(value));
     }
 }
 
-void format_decimal(const TRA *tra, Text &out, uint32_t value_class, const uint8_t value[8]) {
-    switch (value_class & 0x60) {
-    case 0x20:
-        _tra_format_double(tra, out, as_double(value_class, value), 15);
+void format_decimal(const TRA *tra, Text &out, uint32_t cls, const uint8_t value[8]) {
+    switch (value_class(cls)) {
+    case CLASS_FLOAT:
+        _tra_format_double(tra, out, as_double(cls, value), 15);
         out.append('F');
         break;
-    case 0x40:
+    case CLASS_INT64:
         out.appendf("%lldL", static_cast<long long>(load_u64(value)));
         break;
-    case 0x60:
-        _tra_format_double(tra, out, as_double(value_class, value), 15);
+    case CLASS_DOUBLE:
+        _tra_format_double(tra, out, as_double(cls, value), 15);
         out.append('D');
         break;
     default:
@@ -265,18 +258,17 @@ void format_decimal(const TRA *tra, Text &out, uint32_t value_class, const uint8
 
 } // namespace
 
-void _tra_format_value(TRA *tra, Text &out, uint32_t value_class, const uint8_t value[8],
-                       bool convert, int format, uint64_t axis_mask) {
-    value_class &= 0x60;
-    if (convert && (tra->flags.load(std::memory_order_relaxed) & TRA_FISO_CONVERT) != 0 &&
-        tra->iso_converter.load() != nullptr) {
+void _tra_format_value(TRA *tra, Text &out, uint32_t cls, const uint8_t value[8], bool convert,
+                       int format, uint64_t axis_mask) {
+    const uint32_t vclass = value_class(cls);
+    if (convert && (tra->call.flags & TRA_FISO_CONVERT) != 0 && tra->call.converter != nullptr) {
         double iso = 0;
-        switch (convert_to_iso(tra, value_class, value, format, axis_mask, &iso)) {
+        switch (convert_to_iso(tra, vclass, value, format, axis_mask, &iso)) {
         case Iso::converted:
             _tra_format_double(tra, out, iso, 15);
             return;
         case Iso::disagree: // no single ISO value: the drive value, undecorated by its format
-            format_decimal(tra, out, value_class, value);
+            format_decimal(tra, out, vclass, value);
             return;
         case Iso::none: // no axis converted: written as if no conversion had been asked
             break;
@@ -284,7 +276,7 @@ void _tra_format_value(TRA *tra, Text &out, uint32_t value_class, const uint8_t 
     }
     switch (format) {
     case VOK_FORMAT_HEX:
-        if ((value_class & 0x40) == 0)
+        if (!is_wide_class(vclass))
             out.appendf("0x%lX", static_cast<unsigned long>(load_u32(value)));
         else
             out.appendf("0x%llXL", static_cast<unsigned long long>(load_u64(value)));
@@ -300,8 +292,8 @@ void _tra_format_value(TRA *tra, Text &out, uint32_t value_class, const uint8_t 
         out.append('"');
         break;
     case VOK_FORMAT_FLOAT:
-        _tra_format_double(tra, out, as_double(value_class, value), 15);
-        out.append((value_class & 0x40) != 0 ? 'D' : 'F');
+        _tra_format_double(tra, out, as_double(vclass, value), 15);
+        out.append(is_wide_class(vclass) ? 'D' : 'F');
         break;
     case VOK_FORMAT_IP:
         out.append('"');
@@ -309,7 +301,7 @@ void _tra_format_value(TRA *tra, Text &out, uint32_t value_class, const uint8_t 
         out.append('"');
         break;
     default:
-        format_decimal(tra, out, value_class, value);
+        format_decimal(tra, out, vclass, value);
         break;
     }
 }
@@ -343,14 +335,9 @@ void _tra_format_axes(Text &out, uint64_t axis_mask) {
     out.append(')');
 }
 
-const LookupEntry *_tra_find_alias(const LookupEntry *table, std::size_t count, uint32_t kind,
-                                   uint32_t index, uint64_t axis_mask) {
-    if (table == nullptr) return nullptr;
-    for (std::size_t i = 0; i < count; ++i) {
-        const LookupEntry &e = table[i];
-        if (e.type == kind && e.index == index && (e.axes & axis_mask) != 0) return &e;
-    }
-    return nullptr;
+const LookupEntry *_tra_find_alias(const std::vector<LookupEntry> &table, const AliasIndex &index,
+                                   uint32_t kind, uint32_t register_index, uint64_t axis_mask) {
+    return index.find(table, kind, register_index, axis_mask);
 }
 
 // ---- Register names ----
@@ -372,16 +359,15 @@ int _tra_format_register(TRA *tra, Text *out, int64_t axis_mask, const RegisterA
     const uint64_t axes = from_mask ? static_cast<uint64_t>(axis_mask) : field_axes(reg.axis);
     if (from_mask ? axis_mask < 0 : reg.axis == 63) out->append('*');
 
-    const uint32_t kind = reg.kind & 0x7F;
-    if ((kind & 31) == 7) {
+    const uint32_t kind = reg.kind & KIND_WORD_MASK;
+    if ((kind & TYPE_CODE_MASK) == TYPE_ADDRESS) {
         out->appendf("A%lu", static_cast<unsigned long>(reg.word));
     } else if (kind == 1 && reg.index == 65535) {
         out->append("XAC");
     } else {
         const LookupEntry *alias = nullptr;
-        if ((tra->flags.load(std::memory_order_relaxed) & TRA_FUSE_ALIASES) != 0)
-            alias = _tra_find_alias(tra->registers.data(), tra->registers.size(), kind, reg.index,
-                                    axes);
+        if ((tra->call.flags & TRA_FUSE_ALIASES) != 0)
+            alias = _tra_find_alias(tra->registers, tra->register_aliases, kind, reg.index, axes);
         if (alias != nullptr && alias->name != nullptr) {
             out->append(alias->name);
         } else {
@@ -429,7 +415,7 @@ int _tra_format_register(TRA *tra, Text *out, int64_t axis_mask, const RegisterA
 // ---- Comments ----
 
 void _tra_append_comment(const TRA *tra, Text &out, const char *word, const char *comment) {
-    const uint32_t flags = tra->flags.load(std::memory_order_relaxed);
+    const uint32_t flags = tra->call.flags;
     const int l = out.length();
     if ((flags & TRA_FTAB) != 0) {
         out.append('\t');

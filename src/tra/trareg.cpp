@@ -25,11 +25,11 @@ int tra_create_register_traductor_o2(TRA **out, uint32_t product, uint32_t versi
 }
 
 int tra_is_valid_register_traductor(TRA *tra) {
-    return accepts(tra, Accept::register_any) ? 1 : 0;
+    return exported_value(tra, Accept::register_any, 0, [](TRA &) { return 1; });
 }
 
 int tra_is_valid_register_traductor_e(TRA *tra) {
-    return accepts(tra, Accept::register_bus) ? 1 : 0;
+    return exported_value(tra, Accept::register_bus, 0, [](TRA &) { return 1; });
 }
 
 } // extern "C"

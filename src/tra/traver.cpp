@@ -1,9 +1,10 @@
 // The library's own version and build time, and version text conversion.
+#include "ryn/version.h"
 #include "traerr.hpp"
 
 namespace {
-constexpr uint32_t library_version = 0x04278100; // "4.27B"
-constexpr uint32_t build_time = 0x635A8439;      // 2022-10-27 13:14:33 UTC
+constexpr auto library_version = static_cast<uint32_t>(RYN_VERSION);
+constexpr uint32_t build_time = 0x635A8439; // 2022-10-27 13:14:33 UTC
 } // namespace
 
 using ryn::tra::Tracer;

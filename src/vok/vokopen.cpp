@@ -11,6 +11,8 @@
 
 #include "ryn/sup.h"
 #include "ryn/vok.h"
+#include "sup/ascii.hpp"
+#include "sup/error_table.hpp"
 #include "vokmodel.hpp"
 
 namespace ryn::vok {
@@ -32,6 +34,21 @@ Registry &registry() {
     static Registry *r = new Registry;
     return *r;
 }
+
+// The library's codes and their messages.
+constexpr auto errors = error_table({
+    {VOK_EFAMILY, "VOK_EFAMILY", "the family description is inconsistent"},
+    {VOK_EFORMAT, "VOK_EFORMAT", "the family description is not valid JSON"},
+    {VOK_EFILE, "VOK_EFILE", "the family file cannot be read"},
+    {VOK_EBUSY, "VOK_EBUSY", "a family cannot be replaced while dictionaries are open"},
+    {VOK_EBADEXTVER, "VOK_EBADEXTVER", "incompatible extension card version"},
+    {VOK_EBADDRVVER, "VOK_EBADDRVVER", "incompatible drive version"},
+    {VOK_EBADEXTPROD, "VOK_EBADEXTPROD", "unknown extension card product"},
+    {VOK_EBADDRVPROD, "VOK_EBADDRVPROD", "unknown drive product"},
+    {VOK_EBADPARAM, "VOK_EBADPARAM", "bad parameter"},
+    {VOK_ESYSTEM, "VOK_ESYSTEM", "system error"},
+    {0, "VOK_OK", "no error"},
+});
 
 thread_local std::string t_family_error;
 
@@ -146,11 +163,7 @@ std::unique_ptr<Model> build_model(const Family &family, const Product &product,
 } // namespace
 
 bool name_less(const char *a, const char *b) {
-    for (;; ++a, ++b) {
-        int x = std::toupper(static_cast<unsigned char>(*a));
-        int y = std::toupper(static_cast<unsigned char>(*b));
-        if (x != y || x == 0) return x < y;
-    }
+    return ascii_compare_nocase(a, b) < 0;
 }
 
 const Family &active_family() {
@@ -323,32 +336,7 @@ void vok_close(VOK_DICT **dict) {
 }
 
 const char *vok_translate_error(int code) {
-    switch (code) {
-    case 0:
-        return "no error";
-    case VOK_ESYSTEM:
-        return "system error";
-    case VOK_EBADPARAM:
-        return "bad parameter";
-    case VOK_EBADDRVPROD:
-        return "unknown drive product";
-    case VOK_EBADEXTPROD:
-        return "unknown extension card product";
-    case VOK_EBADDRVVER:
-        return "incompatible drive version";
-    case VOK_EBADEXTVER:
-        return "incompatible extension card version";
-    case VOK_EBUSY:
-        return "a family cannot be replaced while dictionaries are open";
-    case VOK_EFILE:
-        return "the family file cannot be read";
-    case VOK_EFORMAT:
-        return "the family description is not valid JSON";
-    case VOK_EFAMILY:
-        return "the family description is inconsistent";
-    default:
-        return "unknown error";
-    }
+    return errors.message(code);
 }
 
 } // extern "C"

@@ -52,12 +52,55 @@ static_assert(sizeof(RecordSlot) == RECORD_SLOT_SIZE && std::is_standard_layout_
 static_assert(offsetof(RecordSlot, tag) == 0 && offsetof(RecordSlot, value) == 8);
 
 // Record kinds.
+inline constexpr uint8_t REC_DOLLAR = 4;         // written back with the "$" prefix
 inline constexpr uint8_t REC_READ = 18;          // register read list ("multiple record")
 inline constexpr uint8_t REC_VECTOR_READ = 19;   // read of a vector register
 inline constexpr uint8_t REC_BANG_COMMAND = 24;  // command with the "!" prefix (+ page)
 inline constexpr uint8_t REC_BANG_ELEMENTS = 30; // element assignment with "!"
 inline constexpr uint8_t REC_COMMAND = 32;       // command (+ page)
 inline constexpr uint8_t REC_ELEMENTS = 38;      // element assignment
+inline constexpr uint8_t REC_BANG_FAR = 80;      // "!" command of page 56
+inline constexpr uint8_t REC_FAR = 88;           // command of page 56
+
+// The kind of a command record: its page added to the plain or the "!" base kind.
+constexpr uint8_t command_kind(int32_t command, bool bang) {
+    return static_cast<uint8_t>((bang ? REC_BANG_COMMAND : REC_COMMAND) + (command >> 8));
+}
+
+// What a record kind says about the command a record carries.
+struct KindCommand {
+    bool carries; // the kind is one of the command kinds
+    bool bang;    // sent with the "!" prefix
+    int32_t code; // page * 256 + the header's command byte
+};
+constexpr KindCommand command_of(uint32_t kind, uint32_t command_byte) {
+    if ((kind >= REC_BANG_COMMAND && kind <= REC_BANG_COMMAND + 3) || kind == REC_BANG_ELEMENTS ||
+        kind == REC_BANG_ELEMENTS + 1 || kind == REC_BANG_FAR)
+        return {true, true, static_cast<int32_t>((kind - REC_BANG_COMMAND) * 256 + command_byte)};
+    if ((kind >= REC_COMMAND && kind <= REC_COMMAND + 7) || kind == REC_FAR)
+        return {true, false, static_cast<int32_t>((kind - REC_COMMAND) * 256 + command_byte)};
+    return {false, false, 0};
+}
+
+// Registers one read record (kind 18) carries on the bus: a longer read list goes out in chunks.
+inline constexpr int READ_CHUNK_SLOTS = 4;
+
+// The command number under which the sender of a command looks a drive's answer up in the
+// dictionaries, to decide whether the answer or the command sent is written back: the header's
+// command byte with a page taken from the kind. Kinds 24..31 and 80 count pages from 24, 32..35
+// and 88 from 32, and 36..39 from 36; other kinds have no page.
+constexpr int32_t answer_command(uint32_t kind, uint32_t command_byte) {
+    uint32_t page = 0;
+    if ((kind >= REC_BANG_COMMAND && kind < REC_COMMAND) || kind == REC_BANG_FAR)
+        page = kind - REC_BANG_COMMAND;
+    else if ((kind >= REC_COMMAND && kind < REC_COMMAND + 4) || kind == REC_FAR)
+        page = kind - REC_COMMAND;
+    else if (kind >= REC_COMMAND + 4 && kind < REC_COMMAND + 8)
+        page = kind - (REC_COMMAND + 4);
+    return static_cast<int32_t>(page * 256 + command_byte);
+}
+static_assert(answer_command(REC_FAR, 4) == 14340 && answer_command(REC_ELEMENTS, 1) == 513 &&
+              answer_command(REC_READ, 7) == 7);
 
 // A request from the drives' side of the exchange: register reads of either kind.
 constexpr bool is_request_kind(uint32_t kind) {
@@ -69,23 +112,38 @@ inline constexpr int32_t CMD_ADD = 91;              // "+="
 inline constexpr int32_t CMD_SUBTRACT = 92;         // "-="
 inline constexpr int32_t CMD_MULTIPLY = 93;         // "*="
 inline constexpr int32_t CMD_DIVIDE = 94;           // "/="
+inline constexpr int32_t CMD_AND = 95;              // "&="
+inline constexpr int32_t CMD_OR = 96;               // "|="
+inline constexpr int32_t CMD_AND_NOT = 97;          // "&~="
+inline constexpr int32_t CMD_OR_NOT = 98;           // "|~="
+inline constexpr int32_t CMD_XOR = 99;              // "^="
+inline constexpr int32_t CMD_XOR_NOT = 100;         // "^~="
+inline constexpr int32_t CMD_MODULO = 101;          // "%="
 inline constexpr int32_t CMD_COMPOUND_LAST = 101;   // 91..101: compound operators
-inline constexpr int32_t CMD_INCREMENT = 114;       // "++"
-inline constexpr int32_t CMD_DECREMENT = 115;       // "--"
+inline constexpr int32_t CMD_STEP_ADD = 114;        // "STE+="
+inline constexpr int32_t CMD_STEP_SUBTRACT = 115;   // "STE-="
 inline constexpr int32_t CMD_CONVERT = 122;         // assignment with conversion
 inline constexpr int32_t CMD_SET = 123;             // register assignment
 inline constexpr int32_t CMD_SET_LIST = 125;        // assignment of several elements
-inline constexpr int32_t CMD_STEP = 129;            // "STE=", "STE+=", "STE-="
+inline constexpr int32_t CMD_STEP = 129;            // "STE="
+inline constexpr int32_t CMD_SHIFT_RIGHT = 172;     // ">>="
+inline constexpr int32_t CMD_SHIFT_LEFT = 173;      // "<<="
+inline constexpr int32_t CMD_INVERT = 174;          // "~="
 inline constexpr int32_t CMD_COMPOUND2_FIRST = 172; // 172..174: more compound operators
 inline constexpr int32_t CMD_COMPOUND2_LAST = 174;
 inline constexpr int32_t CMD_ELEMENT_ASSIGN = 1537; // page 6, number 1: kinds 38 and 30
-inline constexpr int32_t CMD_SET_VERSION = 20;      // writes a register version slot
+inline constexpr int32_t CMD_VERSION_SLOT = 20;     // writes a register version slot
 inline constexpr int32_t CMD_SAVE = 48;             // SAV
 inline constexpr int32_t CMD_RESET = 79;            // RST
 inline constexpr int32_t CMD_POWER = 124;           // PWR
 inline constexpr int32_t CMD_MOVE = 160;            // MVE
 
-// A plain register assignment, the only command a parameter download sends.
+static_assert(command_kind(CMD_ELEMENT_ASSIGN, false) == REC_ELEMENTS &&
+              command_kind(CMD_ELEMENT_ASSIGN, true) == REC_BANG_ELEMENTS);
+
+// What counts as an assignment, settled here for every reader of records:
+// A plain register assignment ("=", 123 and 125), the only command a parameter download sends:
+// its first slot is the destination, string and address registers are expanded and checked.
 constexpr bool is_assignment(int32_t cmd) {
     return cmd == CMD_SET || cmd == CMD_SET_LIST;
 }
@@ -93,6 +151,38 @@ constexpr bool is_assignment(int32_t cmd) {
 constexpr bool is_compound(int32_t cmd) {
     return (cmd >= CMD_ADD && cmd <= CMD_COMPOUND_LAST) ||
            (cmd >= CMD_COMPOUND2_FIRST && cmd <= CMD_COMPOUND2_LAST);
+}
+// The arithmetic operators "+=", "-=", "*=", "/=": same value class on both sides, no vectors.
+constexpr bool is_arithmetic(int32_t cmd) {
+    return cmd >= CMD_ADD && cmd <= CMD_DIVIDE;
+}
+// An assignment whose values are in the destination register's own units: "=" and the additive
+// "+=", "-=". Their values are converted from ISO units as the register's, and a download's type
+// filter judges them by the register's type.
+constexpr bool is_unit_assignment(int32_t cmd) {
+    return is_assignment(cmd) || cmd == CMD_ADD || cmd == CMD_SUBTRACT;
+}
+// Any command that changes a register: the plain and the compound assignments. The element
+// assignment (1537) is not one of them.
+constexpr bool is_register_write(int32_t cmd) {
+    return is_assignment(cmd) || is_compound(cmd);
+}
+
+// The symbol of a compound operator as the text writes it before its "=", or null.
+struct CompoundOperator {
+    int32_t command;
+    const char *symbol;
+};
+inline constexpr CompoundOperator COMPOUND_OPERATORS[] = {
+    {CMD_ADD, "+"},         {CMD_SUBTRACT, "-"}, {CMD_MULTIPLY, "*"}, {CMD_DIVIDE, "/"},
+    {CMD_AND, "&"},         {CMD_OR, "|"},       {CMD_AND_NOT, "&~"}, {CMD_OR_NOT, "|~"},
+    {CMD_XOR, "^"},         {CMD_XOR_NOT, "^~"}, {CMD_MODULO, "%"},   {CMD_SHIFT_RIGHT, ">>"},
+    {CMD_SHIFT_LEFT, "<<"}, {CMD_INVERT, "~"},
+};
+constexpr const char *compound_symbol(int32_t cmd) {
+    for (const CompoundOperator &op : COMPOUND_OPERATORS)
+        if (op.command == cmd) return op.symbol;
+    return nullptr;
 }
 
 // Value classes: bits 5 and 6 of a type tag or kind word.
@@ -102,6 +192,9 @@ inline constexpr uint32_t CLASS_FLOAT = 0x20;
 inline constexpr uint32_t CLASS_INT64 = 0x40;
 inline constexpr uint32_t CLASS_DOUBLE = 0x60;
 inline constexpr uint32_t TYPE_CODE_MASK = 0x1F;
+inline constexpr uint32_t KIND_WORD_MASK = 0x7F; // type code and value class
+// Type code of the "A" registers: their slot keeps the whole address word.
+inline constexpr uint32_t TYPE_ADDRESS = 7;
 
 constexpr uint32_t value_class(uint32_t tag) {
     return tag & VALUE_CLASS_MASK;
@@ -109,6 +202,18 @@ constexpr uint32_t value_class(uint32_t tag) {
 // A value of this class takes all 8 bytes of the slot value.
 constexpr bool is_wide_class(uint32_t value_class) {
     return (value_class & CLASS_INT64) != 0;
+}
+// A value of this class is a floating-point number (float or double).
+constexpr bool is_float_class(uint32_t value_class) {
+    return (value_class & CLASS_FLOAT) != 0;
+}
+// Byte count of a value of this class in the slot: 8 or 4.
+constexpr int value_size(uint32_t value_class) {
+    return is_wide_class(value_class) ? 8 : 4;
+}
+// A tag that names a register (non-zero type code), not a plain value.
+constexpr bool is_register_tag(uint32_t tag) {
+    return (tag & TYPE_CODE_MASK) != 0;
 }
 
 // Little-endian loads and stores, whatever the host.
@@ -208,6 +313,31 @@ constexpr ElementRef decode_element(uint64_t value) {
 constexpr uint64_t encode_element_value_register(uint32_t index, uint32_t row, uint32_t axis) {
     return uint64_t(index & 0xFFFFFF) | uint64_t(row & 0xFFFFFF) << 24 |
            uint64_t(axis & 0x7F) << 56;
+}
+// The two 64-bit forms read back: an element reference (index, element, axis 0) and a register
+// value (index, row, axis field).
+constexpr RegisterRef decode_element(uint64_t value) {
+    return {static_cast<uint32_t>(value & 0xFFFFFF), static_cast<uint32_t>(value >> 24 & 0xFFFFFF),
+            0};
+}
+constexpr RegisterRef decode_element_value_register(uint64_t value) {
+    return {static_cast<uint32_t>(value & 0xFFFFFF), static_cast<uint32_t>(value >> 24 & 0xFFFFFF),
+            static_cast<uint32_t>(value >> 56 & 0x7F)};
+}
+
+// The tag of a value in a list or element record: the value's own tag in byte 0, its position in
+// its group in byte 1, the group's size (for a destination: the matrix form) in byte 2.
+constexpr uint32_t encode_list_tag(uint32_t tag, int position, int count) {
+    return (tag & 0xFF) | uint32_t(position & 0xFF) << 8 | uint32_t(count & 0xFF) << 16;
+}
+constexpr uint32_t list_tag_own(uint32_t tag) {
+    return tag & 0xFF;
+}
+constexpr int list_tag_position(uint32_t tag) {
+    return static_cast<int>(tag >> 8 & 0xFF);
+}
+constexpr int list_tag_count(uint32_t tag) {
+    return static_cast<int>(tag >> 16 & 0xFF);
 }
 
 // Register version slots: type 3, index 282, subindex = slot (3..10).

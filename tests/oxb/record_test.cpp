@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <climits>
 #include <cstring>
 
 #include "ryn/oxb.h"
@@ -15,6 +16,8 @@ uint32_t u32(const unsigned char *p) {
 TEST(Record, SizeIsHeaderPlusSlots) {
     for (int n : {0, 1, 4, 65})
         EXPECT_EQ(oxb_record_size(n), 8 + 16 * n);
+    for (int n : {-1, 66, INT_MAX, INT_MIN})
+        EXPECT_EQ(oxb_record_size(n), 0) << n;
 }
 
 TEST(Record, BuildWritesHeaderAndSlotsLittleEndian) {

@@ -101,6 +101,7 @@ struct CheckBase : ::testing::Test {
     void make(uint32_t kind, uint32_t flags) {
         release();
         ASSERT_EQ(_tra_create_base(&tra, drive(), 0, flags, kind), 0);
+        _tra_take_settings(tra); // the checks run as a call with these flags
         install();
         sup_trace_clear();
     }

@@ -67,7 +67,7 @@ TEST_F(Formatting, DoublesInEngineeringNotation) {
 }
 
 TEST_F(Formatting, FullPrecisionDoubles) {
-    tra->flags = TRA_FFULL_PRECISION;
+    ryn::test::use_flags(tra, TRA_FFULL_PRECISION);
     struct Row {
         double value;
         const char *expected;
@@ -181,9 +181,9 @@ TEST_F(Formatting, ValuesConvertedToIsoUnits) {
         Converter c;
         c.factor[0] = r.f0;
         c.factor[1] = r.f1;
-        tra->flags = r.flags;
         ASSERT_EQ(tra_oxcom_set_iso_converter(tra, r.installed ? &Converter::convert : nullptr, &c),
                   0);
+        ryn::test::use_flags(tra, r.flags);
         uint8_t value[8] = {5, 0, 0, 0, 0xEE, 0xEE, 0xEE, 0xEE}; // high word: not the value's
         Text out = text();
         _tra_format_value(tra, out, 0x00, value, r.convert, VOK_FORMAT_HEX, r.mask);
@@ -212,10 +212,11 @@ TEST_F(Formatting, IsoResultsOfSeveralAxesCompareAsNumbers) {
         {"two NaNs do not agree", nan, nan, "5"},
         {"a NaN and a number do not agree", 1.0, nan, "5"},
     };
-    tra->flags = TRA_FISO_CONVERT;
+    ryn::test::use_flags(tra, TRA_FISO_CONVERT);
     for (const Row &r : rows) {
         double results[2] = {r.axis0, r.axis1};
         ASSERT_EQ(tra_oxcom_set_iso_converter(tra, &Fixed::convert, results), 0);
+        ryn::tra::_tra_take_settings(tra);
         uint8_t value[8] = {5};
         Text out = text();
         _tra_format_value(tra, out, 0x00, value, true, VOK_FORMAT_HEX, 0x3);
@@ -227,8 +228,8 @@ TEST_F(Formatting, ConverterReceivesAxisClassFormatAndDirection) {
     Converter c;
     c.factor[2] = 1;
     c.factor[5] = 1;
-    tra->flags = TRA_FISO_CONVERT;
     ASSERT_EQ(tra_oxcom_set_iso_converter(tra, &Converter::convert, &c), 0);
+    ryn::test::use_flags(tra, TRA_FISO_CONVERT);
     uint8_t value[8] = {};
     store_u32(value, std::bit_cast<uint32_t>(1.5f));
     Text out = text();
@@ -278,13 +279,18 @@ TEST_F(Formatting, SingleAxis) {
 }
 
 TEST_F(Formatting, AliasesByTypeIndexAndAxes) {
-    const auto *table = tra->registers.data();
-    const auto count = tra->registers.size();
-    EXPECT_EQ(_tra_find_alias(table, count, 2, 1, 0x2), &table[0]) << "the first match wins";
-    EXPECT_EQ(_tra_find_alias(table, count, 2, 7, 0x1), nullptr) << "no common axis";
-    EXPECT_EQ(_tra_find_alias(table, count, 2, 7, 1ull << 63), &table[2]);
-    EXPECT_EQ(_tra_find_alias(table, count, 34, 1, ~0ull), nullptr) << "KF1 is not K1";
-    EXPECT_EQ(_tra_find_alias(nullptr, 0, 2, 1, ~0ull), nullptr);
+    const auto &table = tra->registers;
+    const AliasIndex &index = tra->register_aliases;
+    EXPECT_EQ(_tra_find_alias(table, index, 2, 1, 0x2), &table[0]) << "the first match wins";
+    EXPECT_EQ(_tra_find_alias(table, index, 2, 1, 0x4), &table[0]);
+    EXPECT_EQ(_tra_find_alias(table, index, 2, 7, 0x1), nullptr) << "no common axis";
+    EXPECT_EQ(_tra_find_alias(table, index, 2, 7, 1ull << 63), &table[2]);
+    EXPECT_EQ(_tra_find_alias(table, index, 34, 1, ~0ull), nullptr) << "KF1 is not K1";
+    EXPECT_EQ(_tra_find_alias(table, AliasIndex{}, 2, 1, ~0ull), nullptr) << "nothing indexed";
+    // The first in table order wins whatever order the index was built in.
+    tra->registers[0].axes = 0x1;
+    EXPECT_EQ(_tra_find_alias(table, index, 2, 1, 0x3), &table[0]);
+    EXPECT_EQ(_tra_find_alias(table, index, 2, 1, 0x2), &table[1]);
 }
 
 // A register reference of a command record: type, index, subindex and axis.
@@ -327,7 +333,7 @@ TEST_F(Formatting, RegisterNames) {
          0, 0, "V1:3.5"},
     };
     for (const Row &r : rows) {
-        tra->flags = r.flags;
+        ryn::test::use_flags(tra, r.flags);
         Text out = text();
         int rows_out = -1, columns_out = -1;
         const int rc =
@@ -360,7 +366,7 @@ TEST_F(Formatting, CommentColumn) {
         {TRA_FTABS4 | TRA_FTABS8, 10, "\t\t\t\t"}, // tabs of 8 win
     };
     for (const Row &r : rows) {
-        tra->flags = r.flags;
+        ryn::test::use_flags(tra, r.flags);
         Text out = text();
         out.append(std::string(std::size_t(r.length), 'x').c_str());
         _tra_append_comment(tra, out, "add to ", "Position gain");

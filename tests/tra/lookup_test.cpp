@@ -20,7 +20,7 @@ std::string build(TRA *tra) {
     int rc = _tra_create_lkt(tra);
     std::string printed = testing::internal::GetCapturedStdout();
     EXPECT_EQ(rc, 0);
-    EXPECT_EQ(tra->stale, 0);
+    EXPECT_FALSE(tables_stale(*tra));
     return printed;
 }
 
@@ -112,7 +112,7 @@ TEST_F(OrxTables, DriveOnlyFlagLeavesTheCardOut) {
     build(tra);
     std::size_t with_card = tra->registers.size();
     ASSERT_EQ(tra_set_flags(tra, TRA_FDRIVE_ONLY), 0);
-    EXPECT_EQ(tra->stale, 1);
+    EXPECT_TRUE(tables_stale(*tra));
     build(tra);
     EXPECT_EQ(tra->axis_dicts[5], tra->axis_sets[5].load()->drive_only);
     EXPECT_LE(tra->registers.size(), with_card);
@@ -120,9 +120,9 @@ TEST_F(OrxTables, DriveOnlyFlagLeavesTheCardOut) {
 
 TEST_F(OrxTables, EveryTranslationEntryRebuildsOnlyWhenStale) {
     ASSERT_EQ(tra_create_direct_traductor_o(&tra, 32, V312B, 0, 0, 0), 0);
-    EXPECT_EQ(tra->stale, 1);
+    EXPECT_TRUE(tables_stale(*tra));
     { LookupSession session(*tra); }
-    EXPECT_EQ(tra->stale, 0);
+    EXPECT_FALSE(tables_stale(*tra));
     const LookupEntry *first = tra->registers.data();
     { LookupSession session(*tra); }
     EXPECT_EQ(tra->registers.data(), first) << "fresh tables are not rebuilt";

@@ -33,7 +33,7 @@ struct Object : ::testing::Test {
 TEST_F(Object, BaseCreationSetsKindFlagsAndStale) {
     EXPECT_EQ(tra->kind, KIND_DIRECT_OFFLINE);
     EXPECT_EQ(tra_get_flags(tra), 0x40u);
-    EXPECT_EQ(tra->stale, 1);
+    EXPECT_TRUE(tables_stale(*tra));
     double progress = -1;
     EXPECT_EQ(tra_get_progress(tra, &progress), 0);
     EXPECT_EQ(progress, 0.0);
@@ -145,9 +145,9 @@ TEST_F(Object, ProgressOnlyGrowsWithinZeroAndOne) {
 
 TEST_F(Object, SettingFlagsAlwaysMarksTablesStale) {
     for (uint32_t flags : {0x40u, 0x40u, 0u}) {
-        tra->stale = 0;
+        tra->built_generation = tra->generation.load();
         EXPECT_EQ(tra_set_flags(tra, flags), 0);
-        EXPECT_EQ(tra->stale, 1) << flags;
+        EXPECT_TRUE(tables_stale(*tra)) << flags;
         EXPECT_EQ(tra_get_flags(tra), flags);
     }
 }
@@ -175,18 +175,18 @@ TEST_F(Object, PerAxisGettersWithoutSetsReturnZero) {
     EXPECT_EQ(_tra_first_axis(tra), 0);
 }
 
-TEST_F(Object, LockedCallRebuildsStaleTablesAndPassesFailuresOn) {
+TEST_F(Object, SessionRebuildsStaleTablesAndPassesFailuresOn) {
     static constexpr Tracer t{"tracmd", "caller"};
-    tra->stale = 1;
-    int rc = locked_call(*tra, t, 42, [&] {
-        EXPECT_EQ(tra->stale, 0) << "tables rebuilt before the work";
+    mark_stale(*tra);
+    int rc = in_session(*tra, t, 42, [&] {
+        EXPECT_FALSE(tables_stale(*tra)) << "tables rebuilt before the work";
         return t.fail(41, TRA_ECMDSYNTAX);
     });
     EXPECT_EQ(rc, TRA_ECMDSYNTAX);
     EXPECT_EQ(trace(), (std::vector<Frame>{{"tracmd", 41, "caller", TRA_ECMDSYNTAX, "", ""},
                                            {"tracmd", 42, "caller", 0, "", ""}}));
     sup_trace_clear();
-    EXPECT_EQ(locked_call(*tra, t, 43, [] { return 0; }), 0);
+    EXPECT_EQ(in_session(*tra, t, 43, [] { return 0; }), 0);
     EXPECT_EQ(sup_trace_count(), 0);
 }
 

@@ -449,6 +449,7 @@ struct Iso : Parse {
         for (int axis = 0; axis < 4; ++axis)
             tra->axis_dicts[static_cast<std::size_t>(axis)] = dict;
         ASSERT_EQ(tra_oxcom_set_iso_converter(tra, &Iso::convert, &converter), 0);
+        _tra_take_settings(tra);
     }
     void TearDown() override {
         tra->axis_dicts.fill(nullptr);
@@ -533,6 +534,7 @@ TEST_F(Iso, ConversionCodeAndClassComeFromTheDictionary) {
 
 TEST_F(Iso, NoConverter) {
     ASSERT_EQ(tra_oxcom_set_iso_converter(tra, nullptr, nullptr), 0);
+    _tra_take_settings(tra);
     ASSERT_EQ(parse("K40=1.5"), 0);
     ctx.axis_mask = 1;
     sup_trace_clear();

@@ -26,7 +26,17 @@ inline void fill_test_tables(TRA *tra) {
     };
     tra->commands = {{"PWR", 124, COMMAND_TYPE, ~0ull, 0, 0},
                      {"STE", 129, COMMAND_TYPE, ~0ull, 0, 0}};
-    tra->stale = 0;
+    tra->register_aliases.build(tra->registers);
+    tra->command_aliases.build(tra->commands);
+    tra->built_generation = tra->generation.load(); // fresh: no session rebuilds them
+    ryn::tra::_tra_take_settings(tra);
+}
+
+// Sets the flags and takes them (with the ISO converter) as a call's settings, for tests that
+// call the writers without a lookup session.
+inline void use_flags(TRA *tra, uint32_t flags) {
+    tra->flags = flags;
+    ryn::tra::_tra_take_settings(tra);
 }
 
 } // namespace ryn::test

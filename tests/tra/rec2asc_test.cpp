@@ -291,9 +291,9 @@ TEST_F(RecordText, LockedWrappersPassFailuresOn) {
     Rec r = Rec(32, 124).i32(1);
     EXPECT_EQ(_tra_rec2asc_ex(tra, text, r.get(), 1), 0);
     EXPECT_STREQ(text, "PWR.0=1");
-    tra->stale = 1; // stale tables are rebuilt before the record is written
+    mark_stale(*tra); // stale tables are rebuilt before the record is written
     EXPECT_EQ(_tra_rec2asc_ex(tra, text, r.get(), 1), 0);
-    EXPECT_EQ(tra->stale, 0);
+    EXPECT_FALSE(tables_stale(*tra));
 }
 
 TEST_F(RecordText, EntryPointsCutToTheDestination) {
@@ -413,6 +413,7 @@ struct DictionaryText : RequestText {
         tra->commands.push_back({"TRJ", 310, COMMAND_TYPE, ~0ull, 0, 0});
         tra->commands.push_back({"DBG", 14340, COMMAND_TYPE, ~0ull, 0, 0});
         tra->commands.push_back({"MVE", 160, COMMAND_TYPE, ~0ull, 0, 0});
+        tra->command_aliases.build(tra->commands);
     }
     void TearDown() override {
         tra->axis_dicts.fill(nullptr);
@@ -480,7 +481,7 @@ TEST_F(DictionaryText, ValuesTakeTheRegistersFormats) {
 }
 
 TEST_F(DictionaryText, CommentsFromTheDictionary) {
-    tra->flags = TRA_FDESCRIPTIONS;
+    ryn::test::use_flags(tra, TRA_FDESCRIPTIONS);
     struct Row {
         const char *name;
         uint32_t flags;
@@ -503,7 +504,7 @@ TEST_F(DictionaryText, CommentsFromTheDictionary) {
         {"a register without a description", 0, Rec(32, 123).dest(31, 9).i32(1), "??9.0=1"},
     };
     for (const Row &r : rows) {
-        tra->flags = TRA_FDESCRIPTIONS | r.flags;
+        ryn::test::use_flags(tra, TRA_FDESCRIPTIONS | r.flags);
         EXPECT_EQ(text_of(r.rec, 1), r.expected) << r.name;
     }
 }
@@ -519,7 +520,7 @@ TEST_F(DictionaryText, IsoValuesOfConvertibleRegisters) {
         }
     };
     ASSERT_EQ(tra_oxcom_set_iso_converter(tra, &Scale::convert, nullptr), 0);
-    tra->flags = TRA_FISO_CONVERT;
+    ryn::test::use_flags(tra, TRA_FISO_CONVERT);
     EXPECT_EQ(text_of(Rec(32, 123).dest(K, 40).i32(2500), 1), "K40.0=2.5") << "HOME_OFS converts";
     EXPECT_EQ(text_of(Rec(32, 123).dest(K, 1).i32(2500), 1), "K1.0=2500") << "POS_KP has no unit";
     char text[REC_TEXT_SIZE];
@@ -558,7 +559,7 @@ TEST_F(DictionaryText, AnswersTakeTheRegistersShape) {
     for (const Row &r : rows)
         EXPECT_EQ(text_of(r.q, r.a, 0x4), r.expected) << r.name;
 
-    tra->flags = TRA_FDESCRIPTIONS;
+    ryn::test::use_flags(tra, TRA_FDESCRIPTIONS);
     Rec q = Rec(18, 0).reg(K, 31, 0, 2);
     Rec a = Rec(18, 0).i32(0xC0A8000A);
     EXPECT_EQ(text_of(q, a, 0x4), "K31.2=\"192.168.0.10\"                    ; Axis IP address");

@@ -1,0 +1,116 @@
+// Helpers of the translator's tests on simulated buses: a port with a direct translator, one
+// command sent and its answer read back, and a stream fed from a list of lines.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <functional>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "ryn/oxbsim.h"
+#include "ryn/sup.h"
+#include "ryn/tra.h"
+
+namespace ryn::test {
+
+inline constexpr uint64_t AXIS_63 = uint64_t(1) << 63;
+inline constexpr uint32_t VERSION_TYPE = 3, VERSION_INDEX = 282;
+
+// A port on a sim: bus and a direct translator on it.
+struct OnBus {
+    OXB_PORT *port = nullptr;
+    OXB_BUS *bus = nullptr;
+    TRA *tra = nullptr;
+
+    explicit OnBus(const char *address = "sim:", uint32_t flags = 0) {
+        EXPECT_EQ(oxb_open(address, &port), 0) << address;
+        EXPECT_EQ(oxb_get_port_bus(port, &bus), 0);
+        EXPECT_EQ(tra_create_direct_traductor_e(&tra, port, flags), 0);
+    }
+    ~OnBus() {
+        tra_destroy(&tra);
+        oxb_close(&port);
+    }
+    OnBus(const OnBus &) = delete;
+    OnBus &operator=(const OnBus &) = delete;
+
+    // The raw value of one register element of a drive.
+    uint64_t read(int axis, uint32_t kind, uint32_t index, uint32_t sub = 0) const {
+        uint64_t raw = ~uint64_t(0);
+        EXPECT_EQ(oxbsim_read(bus, axis, kind, index, sub, &raw), 0);
+        return raw;
+    }
+};
+
+// An answer read back as text, with the outputs of the receive.
+struct Answer {
+    int send_rc = 1;
+    uint8_t sent = 9;
+    int rc = 1;
+    std::string text;
+    uint8_t ack = 9, status = 9, request = 9;
+    uint64_t user = 0;
+};
+
+// Receives the next answer (timeout as tra_receive_direct_cmd_e_ex takes it).
+inline Answer receive(TRA *tra, uint32_t timeout = 5000) {
+    Answer a;
+    char text[1024] = "";
+    a.rc = tra_receive_direct_cmd_e_ex(tra, text, sizeof text, &a.ack, &a.status, &a.request,
+                                       &a.user, timeout);
+    a.text = text;
+    return a;
+}
+
+// Sends one line and, when it went out, receives its answer.
+inline Answer roundtrip(TRA *tra, const char *line, uint64_t user = 77) {
+    uint8_t sent = 9;
+    const int rc = tra_send_direct_cmd_e(tra, line, user, &sent);
+    Answer a;
+    if (rc == 0 && sent != 0) a = receive(tra);
+    a.send_rc = rc;
+    a.sent = sent;
+    return a;
+}
+
+// Waits until what(), for at most two seconds.
+inline bool eventually(const std::function<bool()> &what) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+    while (!what()) {
+        if (std::chrono::steady_clock::now() > end) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+// A stream fed from a list of lines; notes the progress each time a line is asked for.
+struct LineSource {
+    explicit LineSource(std::vector<std::string> l = {}, int fail = -1)
+        : lines(std::move(l)), fail_at(fail) {}
+
+    std::vector<std::string> lines;
+    int fail_at = -1;   // index of the read that fails instead
+    int fail_code = -7; // with this code
+    std::size_t next = 0;
+    std::vector<double> progress;
+
+    static int read(TRA *tra, char *buffer, int32_t size, void *user) {
+        auto &s = *static_cast<LineSource *>(user);
+        double p = -1;
+        tra_get_progress(tra, &p);
+        s.progress.push_back(p);
+        if (static_cast<int>(s.next) == s.fail_at) return s.fail_code;
+        if (s.next >= s.lines.size()) return -1;
+        const std::string &l = s.lines[s.next++];
+        if (static_cast<int32_t>(l.size()) >= size) return -2;
+        l.copy(buffer, l.size());
+        buffer[l.size()] = '\0';
+        return 0;
+    }
+};
+
+} // namespace ryn::test
