@@ -12,14 +12,14 @@ namespace ryn::tra {
 namespace {
 
 // The ISO converter and its context as one pair, never one of an older setting with one of a
-// newer; the reader retries while a writer is between the two stores.
+// newer; the reader retries while a writer is between the two stores. Every access is sequentially
+// consistent, so the four stores of a writer and the four loads of a reader are seen in one order.
 void get_iso_pair(const TRA &tra, TRA_ISO_CONVERTER *converter, void **context) {
     for (;;) {
-        const uint32_t before = tra.iso_sequence.load(std::memory_order_acquire);
-        TRA_ISO_CONVERTER c = tra.iso_converter.load(std::memory_order_relaxed);
-        void *x = tra.iso_context.load(std::memory_order_relaxed);
-        std::atomic_thread_fence(std::memory_order_acquire);
-        if ((before & 1) == 0 && tra.iso_sequence.load(std::memory_order_relaxed) == before) {
+        const uint32_t before = tra.iso_sequence.load();
+        TRA_ISO_CONVERTER c = tra.iso_converter.load();
+        void *x = tra.iso_context.load();
+        if ((before & 1) == 0 && tra.iso_sequence.load() == before) {
             *converter = c;
             *context = x;
             return;
@@ -29,12 +29,11 @@ void get_iso_pair(const TRA &tra, TRA_ISO_CONVERTER *converter, void **context) 
 
 void set_iso_pair(TRA &tra, TRA_ISO_CONVERTER converter, void *context) {
     std::lock_guard lock(tra.iso_lock);
-    const uint32_t sequence = tra.iso_sequence.load(std::memory_order_relaxed);
-    tra.iso_sequence.store(sequence + 1, std::memory_order_relaxed);
-    std::atomic_thread_fence(std::memory_order_release);
-    tra.iso_converter.store(converter, std::memory_order_relaxed);
-    tra.iso_context.store(context, std::memory_order_relaxed);
-    tra.iso_sequence.store(sequence + 2, std::memory_order_release);
+    const uint32_t sequence = tra.iso_sequence.load();
+    tra.iso_sequence.store(sequence + 1);
+    tra.iso_converter.store(converter);
+    tra.iso_context.store(context);
+    tra.iso_sequence.store(sequence + 2);
 }
 
 } // namespace
