@@ -103,28 +103,21 @@ struct Session {
     TRA *tra = nullptr;
     std::vector<std::string> outputs;
 
-    int translate(const char *line) {
-        unsigned char record[TRA_RECORD_SIZE(TRA_RECORD_MAX_SLOTS)] = {};
-        uint32_t count = 0;
-        uint64_t axes = 0;
+    unsigned char record[TRA_RECORD_SIZE(TRA_RECORD_MAX_SLOTS)] = {};
+    uint32_t count = 0;
+    uint64_t axes = 0;
+
+    // A line to a record; with `back`, the record back to text as the step's output.
+    int translate(const char *line, bool back = false) {
         int rc = tra_oxcom_translate_cmd_from_ascii_ex(tra, reinterpret_cast<TRA_RECORD *>(record),
                                                        TRA_RECORD_MAX_SLOTS, &count, &axes, line);
+        char text[512] = {};
+        if (rc == 0 && back)
+            rc = tra_oxcom_translate_cmd_to_ascii_ex(tra, reinterpret_cast<TRA_RECORD *>(record),
+                                                     axes, text, sizeof text);
         Paused paused;
-        if (rc == 0) outputs.push_back(hex(record, count) + " axes " + std::to_string(axes));
-        return rc;
-    }
-    int to_text(const char *line) {
-        unsigned char record[TRA_RECORD_SIZE(TRA_RECORD_MAX_SLOTS)] = {};
-        uint32_t count = 0;
-        uint64_t axes = 0;
-        int rc = tra_oxcom_translate_cmd_from_ascii_ex(tra, reinterpret_cast<TRA_RECORD *>(record),
-                                                       TRA_RECORD_MAX_SLOTS, &count, &axes, line);
-        if (rc != 0) return rc;
-        char text[512];
-        rc = tra_oxcom_translate_cmd_to_ascii_ex(tra, reinterpret_cast<TRA_RECORD *>(record), axes,
-                                                 text, sizeof text);
-        Paused paused;
-        if (rc == 0) outputs.emplace_back(text);
+        if (rc == 0)
+            outputs.push_back(back ? text : hex(record, count) + " axes " + std::to_string(axes));
         return rc;
     }
 };
@@ -155,7 +148,7 @@ const std::vector<Step> &steps() {
              static const std::string line = "K2.0=3 ; " + std::string(3000, 'x');
              return s.translate(line.c_str());
          }},
-        {"record to text", [](Session &s) { return s.to_text("K1.(0,1)=5"); }},
+        {"record to text", [](Session &s) { return s.translate("K1.(0,1)=5", true); }},
         {"destroy", [](Session &s) { return tra_destroy(&s.tra); }},
         {"create a register translator",
          [](Session &s) {
