@@ -239,6 +239,18 @@ RYN_EXPORT int64_t vok_get_reg_default_int64(const VOK_DICT *dict, uint32_t type
 /* Default value of a register element as a float. */
 RYN_EXPORT float vok_get_reg_default_float(const VOK_DICT *dict, uint32_t type, uint32_t index,
                                            uint32_t subindex);
+/* Value classes: bits 5 and 6 of a kind word. */
+#define VOK_CLASS_INT32 0x00u
+#define VOK_CLASS_FLOAT 0x20u
+#define VOK_CLASS_INT64 0x40u
+#define VOK_CLASS_DOUBLE 0x60u
+/* Value class of a kind word: VOK_CLASS_INT32, VOK_CLASS_FLOAT, VOK_CLASS_INT64 or
+ * VOK_CLASS_DOUBLE. */
+RYN_EXPORT uint32_t vok_value_class(uint32_t kind);
+/* Default of a register element of any value class as a record slot's value carries it (32-bit
+ * classes in the low 32 bits, the high ones 0); 0, or -1 when the element does not exist. */
+RYN_EXPORT int vok_get_reg_default_raw(const VOK_DICT *dict, uint32_t kind, uint32_t index,
+                                       uint32_t subindex, uint64_t *raw);
 
 /* ---- Enumerations (entries 0..count-1 form a tree of mask and value entries) ---- */
 

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <new>
 #include <unordered_map>
 
@@ -150,13 +151,11 @@ int build_generic(std::vector<LookupEntry> &table, bool commands, const Tracer &
         if (version == 0) continue;
         VOK_DICT *h = nullptr;
         int rc = vok_open(&h, p, version, VOK_DRIVE_ONLY, 0);
-        if (rc != 0) {
-            vok_close(&h);
-            return convert_vok(t, lines, rc);
-        }
+        // Closed however the pass ends, an allocation that fails in it included.
+        const std::unique_ptr<VOK_DICT *, void (*)(VOK_DICT **)> closer(&h, vok_close);
+        if (rc != 0) return convert_vok(t, lines, rc);
         generic_pass(table, commands ? command_names(h) : register_names(h),
                      vok_is_axis63_product(p) != 0, commands);
-        vok_close(&h);
     }
     return 0;
 }

@@ -11,6 +11,35 @@
 
 namespace ryn::tra {
 
+namespace {
+
+// The ISO converter and its context as one pair, never one of an older setting with one of a
+// newer; the reader retries while a writer is between the two stores. Every access is sequentially
+// consistent, so the four stores of a writer and the four loads of a reader are seen in one order.
+void get_iso_pair(const TRA &tra, TRA_ISO_CONVERTER *converter, void **context) {
+    for (;;) {
+        const uint32_t before = tra.iso_sequence.load();
+        TRA_ISO_CONVERTER c = tra.iso_converter.load();
+        void *x = tra.iso_context.load();
+        if ((before & 1) == 0 && tra.iso_sequence.load() == before) {
+            *converter = c;
+            *context = x;
+            return;
+        }
+    }
+}
+
+void set_iso_pair(TRA &tra, TRA_ISO_CONVERTER converter, void *context) {
+    std::lock_guard lock(tra.iso_lock);
+    const uint32_t sequence = tra.iso_sequence.load();
+    tra.iso_sequence.store(sequence + 1);
+    tra.iso_converter.store(converter);
+    tra.iso_context.store(context);
+    tra.iso_sequence.store(sequence + 2);
+}
+
+} // namespace
+
 bool accepts(const TRA *tra, Accept accept) {
     if (tra == nullptr) return false;
     uint32_t kind = tra->kind.load(std::memory_order_relaxed);
@@ -43,9 +72,7 @@ int _tra_create_base(TRA **out, uint32_t, uint32_t, uint32_t flags, uint32_t kin
 
 void _tra_take_settings(TRA *tra) {
     tra->call.flags = tra->flags.load(std::memory_order_acquire);
-    std::lock_guard lock(tra->iso_lock);
-    tra->call.converter = tra->iso_converter;
-    tra->call.context = tra->iso_context;
+    get_iso_pair(*tra, &tra->call.converter, &tra->call.context);
 }
 
 int _tra_name_compare(const char *const *a, const char *const *b) {
@@ -190,9 +217,11 @@ int tra_set_progress(TRA *tra, double progress) {
 int tra_oxcom_get_iso_converter(TRA *tra, TRA_ISO_CONVERTER *converter, void **context) {
     static constexpr Tracer t{"traopn", "tra_oxcom_get_iso_converter"};
     return exported(t, 238, tra, Accept::any, [&](TRA &x) {
-        std::lock_guard lock(x.iso_lock);
-        if (converter != nullptr) *converter = x.iso_converter;
-        if (context != nullptr) *context = x.iso_context;
+        TRA_ISO_CONVERTER c;
+        void *k;
+        get_iso_pair(x, &c, &k);
+        if (converter != nullptr) *converter = c;
+        if (context != nullptr) *context = k;
         return 0;
     });
 }
@@ -200,9 +229,7 @@ int tra_oxcom_get_iso_converter(TRA *tra, TRA_ISO_CONVERTER *converter, void **c
 int tra_oxcom_set_iso_converter(TRA *tra, TRA_ISO_CONVERTER converter, void *context) {
     static constexpr Tracer t{"traopn", "tra_oxcom_set_iso_converter"};
     return exported(t, 262, tra, Accept::any, [&](TRA &x) {
-        std::lock_guard lock(x.iso_lock);
-        x.iso_converter = converter;
-        x.iso_context = context;
+        set_iso_pair(x, converter, context);
         return 0;
     });
 }

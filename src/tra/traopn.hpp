@@ -81,7 +81,7 @@ class AliasIndex {
 } // namespace ryn::tra
 
 // The translator object. Settings are single atomic stores read without a lock (the ISO converter
-// and its context, a pair, under iso_lock); the set list is guarded by td_lock, the tables and
+// and its context are read as a pair); the set list is guarded by td_lock, the tables and
 // every translation by lookup_lock, never both at once.
 struct TRA {
     std::recursive_mutex td_lock;
@@ -90,9 +90,12 @@ struct TRA {
     // Every dictionary set opened, in order of opening. Append-only while the translator lives:
     // a set, once published through axis_sets, is read by the rebuild without the td lock.
     std::vector<ryn::tra::TRA_TD *> tds;
+    // The ISO converter and its context, a pair: written under iso_lock with iso_sequence odd
+    // meanwhile, read without a lock until the sequence is even and unchanged.
     std::mutex iso_lock;
-    TRA_ISO_CONVERTER iso_converter; // guarded by iso_lock, with its context
-    void *iso_context;
+    std::atomic<uint32_t> iso_sequence;
+    std::atomic<TRA_ISO_CONVERTER> iso_converter;
+    std::atomic<void *> iso_context;
     OXB_BUS *bus;
     OXB_PORT *port;
     std::atomic<uint64_t> present_axes;

@@ -681,13 +681,14 @@ class Loader {
             r.iso_unit = static_cast<int>(int_of(src.at("iso"), at(place, "iso"), 0, 255));
             r.iso = r.iso_unit != 0;
         }
-        const bool vector = (kind & 31) == 15 || (kind & 31) == 16;
+        const bool vector = type_code(kind) == kVectorType || type_code(kind) == kMatrixType;
         uint32_t count = 1;
         if (src.contains("elements"))
             count = static_cast<uint32_t>(
                 int_of(src.at("elements"), at(place, "elements"), 1, vector ? 65536 : 256));
         if (src.contains("rows") || src.contains("columns")) {
-            if ((kind & 31) != 16) fail(place, "only matrix registers have rows and columns");
+            if (type_code(kind) != kMatrixType)
+                fail(place, "only matrix registers have rows and columns");
             r.rows = u32_of(src, "rows", place, 1, 4096);
             r.columns = u32_of(src, "columns", place, 1, 4096);
             if (src.contains("elements") && count != r.rows * r.columns)
@@ -697,7 +698,8 @@ class Loader {
         } else {
             r.rows = 1;
             r.columns = count;
-            if ((kind & 31) == 16) fail(place, "a matrix register needs rows and columns");
+            if (type_code(kind) == kMatrixType)
+                fail(place, "a matrix register needs rows and columns");
         }
         if (r.format == VOK_FORMAT_STRING && is_float_class(kind))
             fail(at(place, "format"), "a string register holds integers");

@@ -13,20 +13,33 @@
 #include <unordered_set>
 #include <vector>
 
+#include "wire/wire.hpp"
+
 namespace ryn::vok {
 
 constexpr uint32_t kTypeCount = 128;
 constexpr uint32_t kCommandCount = 14592;
 constexpr uint32_t kDriveOnly = 0xFFFFFFFEu;
 
-// Value classes of a kind word (bits 5 and 6).
-enum ValueClass : uint32_t { kInt32 = 0x00, kFloat = 0x20, kInt64 = 0x40, kDouble = 0x60 };
+// Value classes of a kind word (bits 5 and 6), as the wire module defines them.
+enum ValueClass : uint32_t {
+    kInt32 = wire::CLASS_INT32,
+    kFloat = wire::CLASS_FLOAT,
+    kInt64 = wire::CLASS_INT64,
+    kDouble = wire::CLASS_DOUBLE
+};
 
 inline uint32_t value_class(uint32_t kind) {
-    return kind & 0x60u;
+    return wire::value_class(kind);
 }
 inline bool is_float_class(uint32_t kind) {
-    return (kind & 0x20u) != 0;
+    return wire::is_float_class(wire::value_class(kind));
+}
+// Type codes of the vector and the matrix registers.
+constexpr uint32_t kVectorType = 15;
+constexpr uint32_t kMatrixType = 16;
+inline uint32_t type_code(uint32_t kind) {
+    return kind & wire::TYPE_CODE_MASK;
 }
 
 // A number as the descriptor gave it: integers keep all 64 bits, floating values their double.

@@ -1,5 +1,6 @@
 // Dictionary queries: products, names, registers, commands, limits and enumerations.
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstring>
 
@@ -88,8 +89,10 @@ double as_double(const Value &v) {
 
 // Command numbers of assignments and register operators: their comment is the register's text.
 bool is_assignment(uint32_t c) {
-    return (c >= 91 && c <= 101) || c == 114 || c == 115 || c == 122 || c == 123 || c == 125 ||
-           c == 129 || (c >= 172 && c <= 174) || c == 1537;
+    using namespace ryn::wire;
+    const auto cmd = static_cast<int32_t>(c);
+    return is_register_write(cmd) || cmd == CMD_CONVERT || cmd == CMD_STEP || cmd == CMD_STEP_ADD ||
+           cmd == CMD_STEP_SUBTRACT || cmd == CMD_ELEMENT_ASSIGN;
 }
 
 const char *text(int form, const char *name, const char *description) {
@@ -217,7 +220,7 @@ int vok_get_register_length(const VOK_DICT *d, uint32_t kind, uint32_t index) {
 }
 
 int vok_is_vector_kind(uint32_t kind) {
-    return (kind & 31) == 15 || (kind & 31) == 16 ? 1 : 0;
+    return type_code(kind) == kVectorType || type_code(kind) == kMatrixType ? 1 : 0;
 }
 
 int vok_get_register_count(const VOK_DICT *d, uint32_t type) {
@@ -379,6 +382,31 @@ REG_VALUE(vok_get_reg_max_double, double, max, as_double)
 REG_VALUE(vok_get_reg_default_int32, int32_t, def, as_int32)
 REG_VALUE(vok_get_reg_default_float, float, def, as_float)
 #undef REG_VALUE
+
+uint32_t vok_value_class(uint32_t kind) {
+    return value_class(kind);
+}
+
+int vok_get_reg_default_raw(const VOK_DICT *d, uint32_t kind, uint32_t index, uint32_t sub,
+                            uint64_t *raw) {
+    const Element *e = elem(d, kind, index, sub);
+    if (e == nullptr || raw == nullptr) return -1;
+    switch (value_class(kind)) {
+    case kFloat:
+        *raw = std::bit_cast<uint32_t>(as_float(e->def));
+        break;
+    case kDouble:
+        *raw = std::bit_cast<uint64_t>(as_double(e->def));
+        break;
+    case kInt64:
+        *raw = static_cast<uint64_t>(as_int64(e->def));
+        break;
+    default:
+        *raw = static_cast<uint32_t>(as_int32(e->def));
+        break;
+    }
+    return 0;
+}
 
 int64_t vok_get_reg_default_int64(const VOK_DICT *d, uint32_t type, uint32_t index, uint32_t sub) {
     const Element *e = elem(d, type, index, sub);

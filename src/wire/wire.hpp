@@ -132,7 +132,7 @@ inline constexpr int32_t CMD_INVERT = 174;          // "~="
 inline constexpr int32_t CMD_COMPOUND2_FIRST = 172; // 172..174: more compound operators
 inline constexpr int32_t CMD_COMPOUND2_LAST = 174;
 inline constexpr int32_t CMD_ELEMENT_ASSIGN = 1537; // page 6, number 1: kinds 38 and 30
-inline constexpr int32_t CMD_VERSION_SLOT = 20;     // writes a register version slot
+inline constexpr int32_t CMD_SET_VERSION = 20;      // writes a register version slot
 inline constexpr int32_t CMD_SAVE = 48;             // SAV
 inline constexpr int32_t CMD_RESET = 79;            // RST
 inline constexpr int32_t CMD_POWER = 124;           // PWR

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <limits>
 #include <string>
@@ -215,6 +216,30 @@ TEST_F(Object, SettingsFromSeveralThreads) {
     for (auto &th : threads)
         th.join();
     EXPECT_LT(tra_get_flags(tra), 4u);
+}
+
+int other_converter(OXB_BUS *, void *, double *, uint32_t, int32_t, int32_t, int32_t, void *) {
+    return 1;
+}
+
+TEST_F(Object, IsoConverterAndContextAreReadAsAPair) {
+    static int first = 0, second = 0;
+    std::atomic<bool> done{false};
+    std::thread writer([&] {
+        for (int n = 0; n < 20000; ++n)
+            tra_oxcom_set_iso_converter(tra, n % 2 ? converter : other_converter,
+                                        n % 2 ? &first : &second);
+        done = true;
+    });
+    int mismatched = 0;
+    while (!done) {
+        TRA_ISO_CONVERTER fn = nullptr;
+        void *ctx = nullptr;
+        tra_oxcom_get_iso_converter(tra, &fn, &ctx);
+        if (fn != nullptr && (fn == converter) != (ctx == &first)) ++mismatched;
+    }
+    writer.join();
+    EXPECT_EQ(mismatched, 0);
 }
 
 TEST(NameCompare, CaseInsensitiveSignedAndPrefixFirst) {

@@ -20,7 +20,7 @@ using ryn::test::Frame;
 using ryn::test::Rec;
 using ryn::test::trace;
 
-constexpr uint32_t K = 2, KF = 34, KL = 66, X = 1, V = 15, T = 16;
+constexpr uint32_t K = 2, KF = 34, KL = 66, X = 1, V = 15;
 constexpr uint32_t MARKER = ELEMENT_REF_TAG_BIT;
 
 // A slot tag of a value in an element or list record: own tag, position, count.
