@@ -423,7 +423,7 @@ bool DriveImpl::execute_command(int32_t command, ConstRecordView q, int n) {
     if (!check_params(command, q, n)) return false;
     uint64_t p0 = 0, p1 = 0, p2 = 0;
     switch (command) {
-    case CMD_VERSION_SLOT: {
+    case CMD_SET_VERSION: {
         if (n < 2 || !param(command, q, 0, &p0) || !param(command, q, 1, &p1)) return false;
         const auto slot = static_cast<uint32_t>(p0);
         return memory_.set(VERSION_TYPE, VERSION_INDEX, slot, p1);
@@ -475,14 +475,14 @@ bool DriveImpl::execute_command(int32_t command, ConstRecordView q, int n) {
         update_status();
         return true;
     case CMD_STEP:
-    case CMD_INCREMENT:
-    case CMD_DECREMENT: {
+    case CMD_STEP_ADD:
+    case CMD_STEP_SUBTRACT: {
         // A step moves the position at once, and only with the power stage on.
         if (!power_ || n < 1 || !param(command, q, 0, &p0)) return false;
         const auto step = static_cast<int64_t>(static_cast<int32_t>(p0));
         halt();
         const auto moved = static_cast<uint64_t>(position_) +
-                           static_cast<uint64_t>(command == CMD_DECREMENT ? -step : step);
+                           static_cast<uint64_t>(command == CMD_STEP_SUBTRACT ? -step : step);
         set_position(static_cast<int64_t>(moved), 0);
         update_status();
         return true;

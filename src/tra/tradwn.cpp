@@ -388,7 +388,7 @@ int _tra_set_version(TRA *tra, uint64_t axis_mask, const char *line, const char 
     if (vok_string_to_version(text, &version) != 0) return t.convert(__LINE__, TRA_ESYNTAX);
 
     alignas(8) uint8_t record[record_size(2)];
-    if (oxb_build_record(record, 2, REC_COMMAND, CMD_VERSION_SLOT, "ii", 0u,
+    if (oxb_build_record(record, 2, REC_COMMAND, CMD_SET_VERSION, "ii", 0u,
                          static_cast<unsigned>(slot), 0u, version) != 0)
         return t.fail(__LINE__, TRA_EINTERNAL);
     const int rc =
@@ -399,7 +399,7 @@ int _tra_set_version(TRA *tra, uint64_t axis_mask, const char *line, const char 
 int _tra_reset_version(TRA *tra, uint64_t axis_mask, int slot) {
     static constexpr Tracer t{"tradwn", "_tra_reset_version"};
     alignas(8) uint8_t record[record_size(2)];
-    if (oxb_build_record(record, 2, REC_COMMAND, CMD_VERSION_SLOT, "ii", 0u,
+    if (oxb_build_record(record, 2, REC_COMMAND, CMD_SET_VERSION, "ii", 0u,
                          static_cast<unsigned>(slot), 0u, 0u) != 0)
         return t.fail(__LINE__, TRA_EINTERNAL);
     const int rc =

@@ -61,8 +61,14 @@ bool accepts(const TRA *tra, Accept accept) {
 int _tra_create_base(TRA **out, uint32_t, uint32_t, uint32_t flags, uint32_t kind) {
     static constexpr Tracer t{"traopn", "_tra_create_base"};
     if (out == nullptr || *out != nullptr) return t.fail(95, TRA_EBADPARAM);
-    TRA *tra = new (std::nothrow) TRA{};
-    if (tra == nullptr) return t.fail(101, TRA_ESYSTEM);
+    // The object's members may allocate as they are built (the inbox), so the whole construction
+    // is guarded, not only its storage.
+    TRA *tra = nullptr;
+    try {
+        tra = new TRA{};
+    } catch (...) {
+        return t.fail(101, TRA_ESYSTEM);
+    }
     tra->kind = kind;
     tra->flags = flags;
     tra->built_generation = ~uint64_t(0); // no tables yet: stale
