@@ -60,7 +60,6 @@ TEST_F(RecordText, KindsDecidePrefixAndCommand) {
         const char *expected;
     } rows[] = {
         {"unknown kind", Rec(5, 0).i32(1), 1, "[05]"},
-        {"unknown kind above the pages", Rec(0x41, 7), 1, "[41]"},
         {"kind 4: generic parameters", Rec(4, 9).i32(3), 1, "$@-1.0=3"},
         {"register read list: raw dump", Rec(18, 0).reg(K, 1, 0, 0).slot(KL, 0x1ffffffffull), 1,
          "[12]=1,1ffffffff"},
@@ -71,7 +70,6 @@ TEST_F(RecordText, KindsDecidePrefixAndCommand) {
         {"command on page 1", Rec(33, 44).i32(1), 0x4, "@300.2=1"},
         {"command on page 1 with \"!\"", Rec(25, 44), 0x4, "!@300.2"},
         {"kind 80", Rec(80, 1), 0x1, "!@14337.0"},
-        {"kind 88", Rec(88, 1), 0x1, "@14337.0"},
         {"kind 40 is no command", Rec(40, 1), 0x1, "[28]"},
         {"kind 23 is no command", Rec(23, 1), 0x1, "[17]"},
     };
@@ -90,7 +88,6 @@ TEST_F(RecordText, AssignmentsAndOperators) {
         const char *expected;
     } rows[] = {
         {"set", Rec(32, 123).dest(K, 1).i32(5), 1, "K1.0=5"},
-        {"set on several axes", Rec(32, 123).dest(K, 1).i32(5), 0x6, "K1.(1,2)=5"},
         {"set on every axis", Rec(32, 123).dest(K, 1).i32(5), 0x7FFFFFFFFFFFFFFFull, "K1.!=5"},
         {"broadcast", Rec(32, 123).dest(K, 1).i32(5), 1ull << 63, "*K1=5"},
         {"set a subindex", Rec(32, 123).dest(K, 5, 2).i32(7), 1, "K5:2.0=7"},
@@ -110,9 +107,8 @@ TEST_F(RecordText, AssignmentsAndOperators) {
     };
     for (const Row &r : rows)
         EXPECT_EQ(text_of(r.rec, r.mask), r.expected) << r.name;
-    const std::pair<uint8_t, const char *> operators[] = {
-        {92, "-="}, {93, "*="},   {94, "/="},  {95, "&="},   {96, "|="},   {97, "&~="}, {98, "|~="},
-        {99, "^="}, {100, "^~="}, {101, "%="}, {172, ">>="}, {173, "<<="}, {174, "~="}};
+    // One operator table: a two-character, a three-character and the last one.
+    const std::pair<uint8_t, const char *> operators[] = {{92, "-="}, {97, "&~="}, {174, "~="}};
     for (auto [command, op] : operators)
         EXPECT_EQ(text_of(Rec(32, command).dest(K, 1).i32(5), 1), std::string("K1.0") + op + "5");
 }
@@ -305,12 +301,7 @@ TEST_F(RecordText, EntryPointsCutToTheDestination) {
         const char *cmd;
         const char *rqs;
     } rows[] = {
-        {1024, "PWR.0=1", "K1.0=5"},
-        {8, "PWR.0=1", "K1.0=5"},
-        {7, "PWR.0=", "K1.0=5"},
-        {6, "PWR.0", "K1.0="},
-        {2, "P", "K"},
-        {1, "", ""},
+        {1024, "PWR.0=1", "K1.0=5"}, {7, "PWR.0=", "K1.0=5"}, {2, "P", "K"}, {1, "", ""},
         {5000, "PWR.0=1", "K1.0=5"}, // larger than the text: nothing to cut, no bound needed
     };
     for (const Row &row : rows) {
