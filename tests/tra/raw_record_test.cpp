@@ -87,26 +87,21 @@ TEST(RawRecord, HeaderAndSlots) {
 }
 
 TEST(RawRecord, NotARawRecord) {
-    const char *rows[] = {
-        "K12=5",
-        "[K12=5]",
-        "MASK:1,GATE:0,CMD:1,REC:32]",
-        "[MASK:1,GATE:0,CMD:1,REC:32",
-        "[MASK:0,GATE:0,CMD:1,REC:32]",
-        "[MASK:0X0,GATE:0,CMD:1,REC:32]",
-        "[MASK:X,GATE:0,CMD:1,REC:32]",
-        "[GATE:0,MASK:1,CMD:1,REC:32]",
-        "[MASK:1,CMD:1,GATE:0,REC:32]",
-        "[MASK:1,GATE:0,CMD:1]",
-        "[MASK:1,GATE:0,CMD:1,REC:32,TYP:0]",
-        "[MASK:1,GATE:0,CMD:1,REC:32,TYP:0,VAL:1]",
-        "[MASK:1,GATE:0,CMD:1,REC:32,PAR:1,TYP:0]",
-        "[MASK:1,GATE:0,CMD:1,REC:32,]",
-        "[MASK:1,GATE:0,CMD:1,REC]",
-        "[]",
-        "[",
-        "",
-    };
+    const char *rows[] = {"K12=5",
+                          "[K12=5]",
+                          "MASK:1,GATE:0,CMD:1,REC:32]",
+                          "[MASK:1,GATE:0,CMD:1,REC:32",
+                          "[MASK:0,GATE:0,CMD:1,REC:32]",
+                          "[MASK:X,GATE:0,CMD:1,REC:32]",
+                          "[GATE:0,MASK:1,CMD:1,REC:32]",
+                          "[MASK:1,GATE:0,CMD:1]",
+                          "[MASK:1,GATE:0,CMD:1,REC:32,TYP:0]",
+                          "[MASK:1,GATE:0,CMD:1,REC:32,TYP:0,VAL:1]",
+                          "[MASK:1,GATE:0,CMD:1,REC:32,PAR:1,TYP:0]",
+                          "[MASK:1,GATE:0,CMD:1,REC:32,]",
+                          "[MASK:1,GATE:0,CMD:1,REC]",
+                          "[]",
+                          "["};
     for (const char *line : rows) {
         Buffer b;
         b.fill(0xAA);
