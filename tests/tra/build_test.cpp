@@ -243,13 +243,6 @@ TEST_F(Builder, FailuresCarryTheirCodeOriginAndDetail) {
     }
 }
 
-TEST_F(Builder, MatrixListLeftOpenReportsTheBadIndexMessage) {
-    EXPECT_EQ(translate("TRJ.0=[[1,2],[3,4"), TRA_ECMDSYNTAX);
-    SUP_FRAME f{};
-    ASSERT_EQ(sup_trace_get(0, &f), 0);
-    EXPECT_STREQ(f.message, "bad vector index");
-}
-
 TEST_F(Builder, EmptyLinesAreNothingOrAnErrorByFlag) {
     for (const char *line : {"", "   ", "; only a comment", "# header", "// note"}) {
         EXPECT_EQ(translate(line), 0) << line;

@@ -443,17 +443,6 @@ TEST_F(Check, ReadOnlyRegisters) {
     run(*this, rows, _tra_check_everything, {"_tra_check_everything"});
 }
 
-// Called directly with entry counts a dictionary never gives; the tree walks above come through
-// _tra_check_everything.
-TEST_F(Check, EnumerationCheckerWithoutEntries) {
-    const int mode = vok_get_reg_enum(d32, K, 12, 0);
-    ASSERT_NE(mode, 0);
-    // Without entries only zero is a member; a negative entry count means none.
-    const unsigned char zero[8] = {}, five[8] = {5};
-    EXPECT_EQ(_tra_check_reg_enum(d32, zero, mode, -1, -1, K, 12, 0), 0);
-    EXPECT_EQ(_tra_check_reg_enum(d32, five, mode, 0, -1, K, 12, 0), TRA_EBADENUM);
-}
-
 // ---- Enumerations of every value class, on a family made for them ----
 
 // Axes 0 and 2 have the first drive, axis 1 the second.

@@ -242,13 +242,6 @@ TEST_F(Formatting, AxisSuffixes) {
     }
 }
 
-TEST_F(Formatting, SingleAxis) {
-    const std::pair<uint64_t, int> rows[] = {
-        {0, -1}, {1, 0}, {1ull << 63, 63}, {0x3, -1}, {~0ull, -1}};
-    for (auto [mask, axis] : rows)
-        EXPECT_EQ(_tra_single_axis(mask), axis) << std::hex << mask;
-}
-
 TEST_F(Formatting, AliasesByTypeIndexAndAxes) {
     const auto &table = tra->registers;
     const AliasIndex &index = tra->register_aliases;

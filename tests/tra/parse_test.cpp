@@ -491,17 +491,4 @@ TEST_F(Iso, ConversionCodeAndClassComeFromTheDictionary) {
     EXPECT_EQ(ctx.tokens[1].i32(), -500);
 }
 
-TEST_F(Iso, NoConverter) {
-    ASSERT_EQ(tra_oxcom_set_iso_converter(tra, nullptr, nullptr), 0);
-    _tra_take_settings(tra);
-    ASSERT_EQ(parse("K40=1.5"), 0);
-    ctx.axis_mask = 1;
-    sup_trace_clear();
-    EXPECT_EQ(_tra_parse_floating_numbers(tra, &ctx, 0, 123), TRA_EISOVALUE);
-    EXPECT_EQ(trace(),
-              (std::vector<Frame>{{"traa2r", trace()[0].line, "_tra_parse_floating_numbers",
-                                   TRA_EISOVALUE, "", "1.5"}}));
-    EXPECT_EQ(ctx.tokens[1].type, TAG_ISO) << "the value is left as it was";
-}
-
 } // namespace

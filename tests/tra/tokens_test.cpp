@@ -37,14 +37,6 @@ TEST(Separator, CodesAndAdvance) {
     EXPECT_EQ(sep("=[["), 5987133u);
 }
 
-TEST(Separator, TwoCallsSplitAtMinusAndStar) {
-    const char *text = "=-.5";
-    std::size_t pos = 0;
-    EXPECT_EQ(_tra_read_separator(text, &pos), sep("="));
-    EXPECT_EQ(_tra_read_separator(text, &pos), sep("-."));
-    EXPECT_STREQ(text + pos, "5");
-}
-
 TEST(Number, TagsValuesAndLength) {
     struct Row {
         const char *text;
