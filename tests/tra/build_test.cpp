@@ -55,8 +55,7 @@ struct Builder : ::testing::Test {
 };
 
 struct Row {
-    const char *line;
-    const char *record;
+    const char *line, *record;
     uint64_t mask;
 };
 
@@ -186,8 +185,7 @@ TEST_F(Builder, FailuresCarryTheirCodeOriginAndDetail) {
     struct Fail {
         const char *line;
         int code;
-        const char *origin;
-        const char *detail;
+        const char *origin, *detail;
     } rows[] = {
         {"K1.0,K2.0,K12.0,K5.0,K20.0", TRA_ECMDSYNTAX, "_tra_asc2rec_exec", "K"},
         {"FOO.0=1", TRA_ECMDSYNTAX, "_tra_asc2rec_exec", "FOO"},

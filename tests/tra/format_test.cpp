@@ -144,8 +144,7 @@ TEST_F(Formatting, ValuesConvertedToIsoUnits) {
     struct Row {
         const char *name;
         uint32_t flags;
-        bool convert;
-        bool installed;
+        bool convert, installed;
         uint64_t mask;
         double f0, f1; // factors of axes 0 and 1
         const char *expected;

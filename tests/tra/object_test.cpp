@@ -199,8 +199,7 @@ TEST_F(Object, IsoConverterAndContextAreReadAsAPair) {
 
 TEST(NameCompare, CaseInsensitiveSignedAndPrefixFirst) {
     struct Row {
-        const char *a;
-        const char *b;
+        const char *a, *b;
         int expect;
     } rows[] = {
         {"POS_KP", "pos_kp", 0}, {"A", "B", -1}, {"b", "A", 1},     {"K", "K1", -1},

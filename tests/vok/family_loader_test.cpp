@@ -5,8 +5,8 @@
 
 #include <gtest/gtest.h>
 
-#include "ryn/sup.h"
 #include "dict.hpp"
+#include "ryn/sup.h"
 #include "ryn/vok.h"
 
 namespace {

@@ -8,8 +8,8 @@
 
 #include <gtest/gtest.h>
 
-#include "ryn/sup.h"
 #include "dict.hpp"
+#include "ryn/sup.h"
 #include "ryn/vok.h"
 
 namespace {
