@@ -54,29 +54,19 @@ Token word(const char *text, uint32_t command) {
     return t;
 }
 
-template <class T>
-Token value(T v, int32_t tag) {
+template <class T, int32_t tag>
+Token value(T v) {
     Token t = named(std::to_string(v).c_str(), tag);
     t.set(v);
     return t;
 }
-Token i32(int32_t v) {
-    return value(v, TAG_INT32);
-}
-Token i64(int64_t v) {
-    return value(v, TAG_INT64);
-}
-Token f32(float v) {
-    return value(v, TAG_FLOAT);
-}
-Token f64(double v) {
-    return value(v, TAG_DOUBLE);
-}
+constexpr auto i32 = value<int32_t, TAG_INT32>;
+constexpr auto i64 = value<int64_t, TAG_INT64>;
+constexpr auto f32 = value<float, TAG_FLOAT>;
+constexpr auto f64 = value<double, TAG_DOUBLE>;
 
 // A quoted text value (an address or a packed string chunk); the value does not matter here.
-Token quoted(const char *text) {
-    return named(text, TAG_INT32);
-}
+const auto quoted = [](const char *text) { return named(text, TAG_INT32); };
 
 // The operands of a row, as a list that the tables can pack onto few lines.
 template <class... T>
@@ -87,9 +77,7 @@ std::vector<Token> ops(const T &...tokens) {
 constexpr float FNAN = std::numeric_limits<float>::quiet_NaN();
 constexpr double DNAN = std::numeric_limits<double>::quiet_NaN();
 
-constexpr uint64_t ax(int a) {
-    return 1ull << a;
-}
+constexpr auto ax = [](int a) { return 1ull << a; };
 
 // A translator of the given kind and flags whose axes carry the dictionaries `install` sets.
 struct CheckBase : ::testing::Test {
@@ -227,7 +215,6 @@ TEST_F(Check, TypesOfOperands) {
         {"+= unknown type, other class: -509, never -505", 91, ops(unknown, i32(1)), TRA_ETYPECONV},
         {"+= unknown type, same class returns at once", 91, ops(unknown, f64(1.0))},
         {"&= is not class-checked", 95, ops(k1, f32(1.5f))},
-        {"%= is not class-checked", 101, ops(v1, i32(1))},
         {"= one value of another class converts later", 123, ops(k1, f64(2.0))},
         {"= list of one class", 125, ops(k5, i32(1), i32(2), i32(3))},
         {"= list with a float", 125, ops(k5, i32(1), f32(2.0f)), TRA_ETYPECONV},
@@ -252,10 +239,8 @@ TEST_F(Check, AddressValues) {
     const uint64_t mixed = ax(EMPTY) | ax(D32_IO) | ax(M51);
     const std::vector<Row> rows = {
         {"address", 123, ops(ip, quoted("\"1.2.3.4\""))},
-        {"groups are not range-checked", 123, ops(ip, quoted("\"999.1.2.3\""))},
         {"empty groups pass", 123, ops(ip, quoted("\"...\""))},
         {"three groups", 123, ops(ip, quoted("\"1.2.3\"")), TRA_ECMDSYNTAX},
-        {"five groups", 123, ops(ip, quoted("\"1.2.3.4.5\"")), TRA_ECMDSYNTAX},
         {"a letter", 123, ops(ip, quoted("\"1.2.3.A\"")), TRA_ECMDSYNTAX},
         {"empty quotes", 123, ops(ip, quoted("\"\"")), TRA_ECMDSYNTAX},
         {"several values", 125, ops(ip, address, i32(3)), TRA_ECMDSYNTAX},
@@ -424,7 +409,6 @@ TEST_F(Check, ValuesInRangeAndEnumeration) {
         {"parameter not in enumeration", 48, ops(sav, i32(4)), TRA_EBADENUM, ax(D32), 0, false,
          cmd_enum},
         {"on/off", 124, ops(word("PWR", 124), i32(2)), TRA_EBADENUM, ax(D32), 0, false, cmd_enum},
-        {"parameter upper bound", 300, ops(ind, i32(35))},
         {"parameter above", 300, ops(ind, i32(36)), TRA_ERANGE},
         {"second parameter without range", 14340, ops(dbg, i32(5), i32(-1))},
         {"first parameter above", 14340, ops(dbg, i32(6), i32(0)), TRA_ERANGE},
@@ -445,7 +429,6 @@ TEST_F(Check, ReadOnlyRegisters) {
     const std::vector<Row> rows = {
         {"read-only register", 123, ops(k50, i32(1)), TRA_EREADONLY},
         {"compound assignment to it", 91, ops(k50, i32(1)), TRA_EREADONLY},
-        {"shift of it", 173, ops(k50, i32(1)), TRA_EREADONLY},
         {"monitoring register", 123, ops(reg("M7", M, 7), i32(1)), TRA_EREADONLY},
         {"read of it", READ, ops(k50)},
         {"writable element", 123, ops(reg("K60", K, 60, 1), i32(1))},
@@ -458,17 +441,6 @@ TEST_F(Check, ReadOnlyRegisters) {
         {"bracketed", 123, ops(k50, i32(1)), 0, ax(D32), 0, true},
     };
     run(*this, rows, _tra_check_everything, {"_tra_check_everything"});
-}
-
-// Called directly with entry counts a dictionary never gives; the tree walks above come through
-// _tra_check_everything.
-TEST_F(Check, EnumerationCheckerWithoutEntries) {
-    const int mode = vok_get_reg_enum(d32, K, 12, 0);
-    ASSERT_NE(mode, 0);
-    // Without entries only zero is a member; a negative entry count means none.
-    const unsigned char zero[8] = {}, five[8] = {5};
-    EXPECT_EQ(_tra_check_reg_enum(d32, zero, mode, -1, -1, K, 12, 0), 0);
-    EXPECT_EQ(_tra_check_reg_enum(d32, five, mode, 0, -1, K, 12, 0), TRA_EBADENUM);
 }
 
 // ---- Enumerations of every value class, on a family made for them ----

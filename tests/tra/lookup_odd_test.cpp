@@ -109,12 +109,4 @@ TEST_F(OddFamily, OfflineNamesAreValidExactlyWhereTheirDictionaryDefinesThem) {
         EXPECT_EQ(entry(r.command ? tra->commands : tra->registers, r.name).axes, r.axes) << r.name;
 }
 
-TEST_F(OddFamily, TypeWithoutANameIsQuestionMarks) {
-    ASSERT_EQ(tra_create_direct_traductor_o(&tra, 33, V100A, 0, 0, 0), 0);
-    build();
-    EXPECT_STREQ(tra->type_names[5], "??");
-    EXPECT_STREQ(tra->type_names[2], "K");
-    EXPECT_STREQ(tra->type_names[12], "W");
-}
-
 } // namespace

@@ -42,15 +42,6 @@ TEST_F(Object, BaseCreationSetsKindFlagsAndStale) {
     EXPECT_EQ(tra_oxcom_get_preference_axis_mask(tra), 0u);
 }
 
-TEST_F(Object, BaseCreationRefusesNullOrUsedHandle) {
-    TRA *used = tra;
-    EXPECT_EQ(_tra_create_base(&used, 0, 0, 0, KIND_DIRECT_OFFLINE), TRA_EBADPARAM);
-    EXPECT_EQ(used, tra) << "the caller's handle is left as it was";
-    EXPECT_EQ(trace(),
-              (std::vector<Frame>{{"traopn", 95, "_tra_create_base", TRA_EBADPARAM, "", ""}}));
-    EXPECT_EQ(_tra_create_base(nullptr, 0, 0, 0, KIND_DIRECT_OFFLINE), TRA_EBADPARAM);
-}
-
 TEST_F(Object, DestroyNullsTheHandleAndRefusesTwice) {
     EXPECT_EQ(tra_destroy(&tra), 0);
     EXPECT_EQ(tra, nullptr);
@@ -144,15 +135,6 @@ TEST_F(Object, ProgressOnlyGrowsWithinZeroAndOne) {
     EXPECT_EQ(tra_get_progress(tra, nullptr), 0);
 }
 
-TEST_F(Object, SettingFlagsAlwaysMarksTablesStale) {
-    for (uint32_t flags : {0x40u, 0x40u, 0u}) {
-        tra->built_generation = tra->generation.load();
-        EXPECT_EQ(tra_set_flags(tra, flags), 0);
-        EXPECT_TRUE(tables_stale(*tra)) << flags;
-        EXPECT_EQ(tra_get_flags(tra), flags);
-    }
-}
-
 int converter(OXB_BUS *, void *, double *, uint32_t, int32_t, int32_t, int32_t, void *) {
     return 0;
 }
@@ -174,33 +156,6 @@ TEST_F(Object, PerAxisGettersWithoutSetsReturnZero) {
     for (int axis : {0, 5, 63, 64, 1000, -1})
         EXPECT_EQ(tra_get_drv_product(tra, axis), 0u);
     EXPECT_EQ(_tra_first_axis(tra), 0);
-}
-
-TEST_F(Object, SessionRebuildsStaleTablesAndPassesFailuresOn) {
-    static constexpr Tracer t{"tracmd", "caller"};
-    mark_stale(*tra);
-    int rc = in_session(*tra, t, 42, [&] {
-        EXPECT_FALSE(tables_stale(*tra)) << "tables rebuilt before the work";
-        return t.fail(41, TRA_ECMDSYNTAX);
-    });
-    EXPECT_EQ(rc, TRA_ECMDSYNTAX);
-    EXPECT_EQ(trace(), (std::vector<Frame>{{"tracmd", 41, "caller", TRA_ECMDSYNTAX, "", ""},
-                                           {"tracmd", 42, "caller", 0, "", ""}}));
-    sup_trace_clear();
-    EXPECT_EQ(in_session(*tra, t, 43, [] { return 0; }), 0);
-    EXPECT_EQ(sup_trace_count(), 0);
-}
-
-TEST_F(Object, SuspendedCleanUpLeavesOnlyTheFirstFailure) {
-    static constexpr Tracer t{"tradir", "creator"};
-    t.fail(104, TRA_EBADDRVVER);
-    suspended([&] {
-        TRA *bad = tra;
-        tra->kind = 0;
-        tra_destroy(&bad); // traces -515 at 477, which must not reach the trace
-        tra->kind = KIND_DIRECT_OFFLINE;
-    });
-    EXPECT_EQ(trace(), (std::vector<Frame>{{"tradir", 104, "creator", TRA_EBADDRVVER, "", ""}}));
 }
 
 TEST_F(Object, SettingsFromSeveralThreads) {
@@ -244,8 +199,7 @@ TEST_F(Object, IsoConverterAndContextAreReadAsAPair) {
 
 TEST(NameCompare, CaseInsensitiveSignedAndPrefixFirst) {
     struct Row {
-        const char *a;
-        const char *b;
+        const char *a, *b;
         int expect;
     } rows[] = {
         {"POS_KP", "pos_kp", 0}, {"A", "B", -1}, {"b", "A", 1},     {"K", "K1", -1},
@@ -256,15 +210,6 @@ TEST(NameCompare, CaseInsensitiveSignedAndPrefixFirst) {
         EXPECT_EQ(_tra_name_compare(&r.a, &r.b), r.expect) << r.a << " vs " << r.b;
         EXPECT_EQ(_tra_name_compare(&r.b, &r.a), -r.expect) << r.b << " vs " << r.a;
     }
-}
-
-TEST(NameCompare, SortsAndFindsWithBinarySearch) {
-    std::vector<const char *> names = {"vel_max", "POS_KP", "Mode", "pos_ki", "AXIS_NAME"};
-    auto less = [](const char *a, const char *b) { return _tra_name_compare(&a, &b) < 0; };
-    std::sort(names.begin(), names.end(), less);
-    EXPECT_STREQ(names.front(), "AXIS_NAME");
-    EXPECT_TRUE(std::binary_search(names.begin(), names.end(), "mode", less));
-    EXPECT_FALSE(std::binary_search(names.begin(), names.end(), "mod", less));
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <bit>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -22,15 +23,9 @@ TRA_RECORD *as_record(Buffer &b) {
     return reinterpret_cast<TRA_RECORD *>(b.data());
 }
 
-uint64_t bits(double d) {
-    uint64_t v;
-    std::memcpy(&v, &d, 8);
-    return v;
-}
-uint32_t bits(float f) {
-    uint32_t v;
-    std::memcpy(&v, &f, 4);
-    return v;
+template <class T>
+auto bits(T x) { // the value's bits, as wide as the value
+    return std::bit_cast<std::conditional_t<sizeof(T) == 8, uint64_t, uint32_t>>(x);
 }
 
 // Tag and value (all 8 bytes) of each slot, one after the other.
@@ -87,26 +82,21 @@ TEST(RawRecord, HeaderAndSlots) {
 }
 
 TEST(RawRecord, NotARawRecord) {
-    const char *rows[] = {
-        "K12=5",
-        "[K12=5]",
-        "MASK:1,GATE:0,CMD:1,REC:32]",
-        "[MASK:1,GATE:0,CMD:1,REC:32",
-        "[MASK:0,GATE:0,CMD:1,REC:32]",
-        "[MASK:0X0,GATE:0,CMD:1,REC:32]",
-        "[MASK:X,GATE:0,CMD:1,REC:32]",
-        "[GATE:0,MASK:1,CMD:1,REC:32]",
-        "[MASK:1,CMD:1,GATE:0,REC:32]",
-        "[MASK:1,GATE:0,CMD:1]",
-        "[MASK:1,GATE:0,CMD:1,REC:32,TYP:0]",
-        "[MASK:1,GATE:0,CMD:1,REC:32,TYP:0,VAL:1]",
-        "[MASK:1,GATE:0,CMD:1,REC:32,PAR:1,TYP:0]",
-        "[MASK:1,GATE:0,CMD:1,REC:32,]",
-        "[MASK:1,GATE:0,CMD:1,REC]",
-        "[]",
-        "[",
-        "",
-    };
+    const char *rows[] = {"K12=5",
+                          "[K12=5]",
+                          "MASK:1,GATE:0,CMD:1,REC:32]",
+                          "[MASK:1,GATE:0,CMD:1,REC:32",
+                          "[MASK:0,GATE:0,CMD:1,REC:32]",
+                          "[MASK:X,GATE:0,CMD:1,REC:32]",
+                          "[GATE:0,MASK:1,CMD:1,REC:32]",
+                          "[MASK:1,GATE:0,CMD:1]",
+                          "[MASK:1,GATE:0,CMD:1,REC:32,TYP:0]",
+                          "[MASK:1,GATE:0,CMD:1,REC:32,TYP:0,VAL:1]",
+                          "[MASK:1,GATE:0,CMD:1,REC:32,PAR:1,TYP:0]",
+                          "[MASK:1,GATE:0,CMD:1,REC:32,]",
+                          "[MASK:1,GATE:0,CMD:1,REC]",
+                          "[]",
+                          "["};
     for (const char *line : rows) {
         Buffer b;
         b.fill(0xAA);

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include "dict.hpp"
 #include "ryn/sup.h"
 #include "ryn/vok.h"
 
@@ -19,14 +20,6 @@ class OddFamily : public ::testing::Test {
         ASSERT_EQ(vok_load_family_file(kOdd.c_str()), 0) << vok_get_family_error();
     }
     void TearDown() override { EXPECT_EQ(vok_load_default_family(), 0); }
-};
-
-struct Dict {
-    VOK_DICT *d = nullptr;
-    int rc = 0;
-    Dict(uint32_t p, uint32_t v, uint32_t e = 0, uint32_t ev = 0) : rc(vok_open(&d, p, v, e, ev)) {}
-    ~Dict() { vok_close(&d); }
-    operator const VOK_DICT *() const { return d; }
 };
 
 TEST_F(OddFamily, OddDataForTableBuilding) {

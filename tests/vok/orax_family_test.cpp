@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include "dict.hpp"
 #include "ryn/sup.h"
 #include "ryn/vok.h"
 
@@ -16,15 +17,6 @@ namespace {
 constexpr uint32_t V312B = 0x03128100, V320A = 0x03208000, V102A = 0x01028000, V200A = 0x02008000,
                    V201A = 0x02018000;
 constexpr uint32_t K = 2, M = 3, W = 12, C = 13;
-
-// Opens a dictionary for one test and closes it again.
-struct Dict {
-    VOK_DICT *d = nullptr;
-    int rc = 0;
-    Dict(uint32_t p, uint32_t v, uint32_t e = 0, uint32_t ev = 0) : rc(vok_open(&d, p, v, e, ev)) {}
-    ~Dict() { vok_close(&d); }
-    operator const VOK_DICT *() const { return d; }
-};
 
 class OraxFamily : public ::testing::Test {
   protected:
