@@ -21,9 +21,12 @@ endif()
 
 # ryn_library(NAME <short> SOURCES ... [PUBLIC_LIBS ...] [PRIVATE_LIBS ...] [PC_REQUIRES ...]
 #             DESCRIPTION <text>)
-# builds the objects once and makes of them the shared library ryn_<short> (ryn::<short>, hidden
-# visibility, SOVERSION) and the static library ryn_<short>_internal that tests link to reach
-# internal functions.
+# builds the objects once and makes of them the installed library ryn_<short> (ryn::<short>,
+# hidden visibility) and the static library ryn_<short>_internal that tests link to reach internal
+# functions. The installed library is shared (SOVERSION) or, with RYN_STATIC, a static archive.
+# A private library that is itself a static library of this project and not installed (the
+# simulated drive) goes into the archive whole; a private imported library (header-only JSON) is
+# needed only to build, so the exported package does not name it.
 function(ryn_library)
     cmake_parse_arguments(A "" "NAME;DESCRIPTION" "SOURCES;PUBLIC_LIBS;PRIVATE_LIBS;PC_REQUIRES" ${ARGN})
     set(obj ryn_${A_NAME}_objects)
@@ -36,14 +39,43 @@ function(ryn_library)
         PRIVATE ${CMAKE_CURRENT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/src)
     target_link_libraries(${obj} PUBLIC ${A_PUBLIC_LIBS} PRIVATE ryn_warnings ${A_PRIVATE_LIBS})
 
-    add_library(ryn_${A_NAME} SHARED $<TARGET_OBJECTS:${obj}>)
+    set(private_links)
+    set(embedded)
+    foreach(lib ${A_PRIVATE_LIBS})
+        set(type "")
+        set(installed "")
+        if(TARGET ${lib})
+            get_target_property(type ${lib} TYPE)
+            get_target_property(installed ${lib} RYN_INSTALLED)
+            get_target_property(imported ${lib} IMPORTED)
+        endif()
+        if(installed OR lib MATCHES "^ryn_(tra|vok|oxb|sup)$")
+            list(APPEND private_links ${lib})
+        elseif(RYN_STATIC AND type STREQUAL "STATIC_LIBRARY" AND NOT imported)
+            list(APPEND embedded $<TARGET_OBJECTS:${lib}>)
+            list(APPEND private_links $<BUILD_INTERFACE:${lib}>)
+        else()
+            list(APPEND private_links $<BUILD_INTERFACE:${lib}>)
+        endif()
+    endforeach()
+
+    if(RYN_STATIC)
+        add_library(ryn_${A_NAME} STATIC $<TARGET_OBJECTS:${obj}> ${embedded})
+        # A C program links the archives with the C compiler: name the C++ runtime for it.
+        target_link_libraries(ryn_${A_NAME} INTERFACE $<$<NOT:$<LINK_LANGUAGE:CXX>>:stdc++> m)
+        set(RYN_PC_LIBS_PRIVATE "-lstdc++ -lm -pthread")
+    else()
+        add_library(ryn_${A_NAME} SHARED $<TARGET_OBJECTS:${obj}>)
+        set_target_properties(ryn_${A_NAME} PROPERTIES VERSION ${PROJECT_VERSION}
+            SOVERSION ${PROJECT_VERSION_MAJOR} INSTALL_RPATH "$ORIGIN")
+        set(RYN_PC_LIBS_PRIVATE "")
+    endif()
     add_library(ryn::${A_NAME} ALIAS ryn_${A_NAME})
-    set_target_properties(ryn_${A_NAME} PROPERTIES VERSION ${PROJECT_VERSION}
-        SOVERSION ${PROJECT_VERSION_MAJOR} EXPORT_NAME ${A_NAME} INSTALL_RPATH "$ORIGIN")
+    set_target_properties(ryn_${A_NAME} PROPERTIES EXPORT_NAME ${A_NAME} RYN_INSTALLED ON)
     target_include_directories(ryn_${A_NAME} PUBLIC
         $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
         $<BUILD_INTERFACE:${RYN_GENERATED_INCLUDE}> $<INSTALL_INTERFACE:include>)
-    target_link_libraries(ryn_${A_NAME} PUBLIC ${A_PUBLIC_LIBS} PRIVATE ${A_PRIVATE_LIBS})
+    target_link_libraries(ryn_${A_NAME} PUBLIC ${A_PUBLIC_LIBS} PRIVATE ${private_links})
 
     add_library(ryn_${A_NAME}_internal STATIC $<TARGET_OBJECTS:${obj}>)
     target_include_directories(ryn_${A_NAME}_internal PUBLIC
@@ -53,6 +85,7 @@ function(ryn_library)
 
     install(TARGETS ryn_${A_NAME} EXPORT ryn-targets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
         RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
     file(RELATIVE_PATH RYN_PC_RELATIVE "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
     set(RYN_PC_NAME ${A_NAME})
@@ -65,8 +98,12 @@ function(ryn_library)
 endfunction()
 
 # ryn_test(NAME <exe> SOURCES ... LIBS ...): one GoogleTest program, its cases registered with CTest.
+# Left out, with the rest of the GoogleTest programs, when GoogleTest was not found.
 function(ryn_test)
     cmake_parse_arguments(A "" "NAME" "SOURCES;LIBS" ${ARGN})
+    if(NOT GTest_FOUND)
+        return()
+    endif()
     add_executable(${A_NAME} ${A_SOURCES})
     target_link_libraries(${A_NAME} PRIVATE ${A_LIBS} GTest::gtest GTest::gmock GTest::gtest_main
         ryn_warnings)

@@ -1,4 +1,8 @@
-/* Bus library: ports and buses of the ORAX drive bus, and the command records that travel on it. */
+/* Bus library: ports and buses of the ORAX drive bus, and the command records that travel on it.
+ * Every status is 0 or a negative OXB_E... code (text: oxb_translate_error); booleans are int.
+ * Every function may be called from any thread. Handles of closed ports and buses are refused
+ * (OXB_EBADPORT, OXB_EBADBUS), never dereferenced. The caller owns every buffer it passes; a
+ * record is copied when sent. Records: see ryn/record.h for reading one. */
 #ifndef RYN_OXB_H
 #define RYN_OXB_H
 
@@ -52,13 +56,20 @@ typedef int (*OXB_HANDLER)(OXB_BUS *bus, int axis, int event, void *context);
  * count outside 0..OXB_RECORD_MAX_SLOTS. */
 RYN_EXPORT int oxb_record_size(int slots);
 /* Builds a record of kind and command into buffer (room for capacity slots); each "i" of format
- * takes two unsigned values, a slot's type tag and its 32-bit value. */
+ * takes two unsigned values, a slot's type tag and its 32-bit value.
+ * command is the header's command byte (0..255). Returns 0 with the first capacity slots
+ * cleared and the format's slots filled; OXB_EBADPARAM (null buffer or format, capacity outside
+ * 0..65, kind or command outside 0..255, a format letter other than "i") or OXB_ECAPACITY (more
+ * slots than capacity), and then the buffer is not written. */
 RYN_EXPORT int oxb_build_record(void *buffer, int capacity, int kind, int command,
                                 const char *format, ...);
-/* Message of a bus library code; for the last failed oxb_open of this thread, its own message. */
+/* Message of a bus library code; for the last failed oxb_open of this thread, its own message.
+ * The text stays valid until this thread's next oxb_open. */
 RYN_EXPORT const char *oxb_translate_error(int code);
 
-/* Opens a port on the bus that address names ("sim:...", see docs/bus.md); *port must be null. */
+/* Opens a port on the bus that address names ("sim:...", see docs/bus.md); *port must be null.
+ * Close it with oxb_close. Codes: OXB_EBADPARAM, OXB_EADDRESS, OXB_EOPTION, OXB_ECONFIG,
+ * OXB_ESYSTEM; nothing stays half-open. */
 RYN_EXPORT int oxb_open(const char *address, OXB_PORT **port);
 /* Closes a port, wakes its blocked receivers with OXB_ECLOSED and sets *port to null. */
 RYN_EXPORT int oxb_close(OXB_PORT **port);
@@ -84,7 +95,10 @@ RYN_EXPORT int oxb_unregister_handler(OXB_BUS *bus, void *owner);
 RYN_EXPORT int oxb_send(OXB_PORT *port, void *ticket, uint64_t axes, const void *record,
                         int timeout_ms);
 /* Takes the next answer of port into buffer (room for capacity slots) and its ticket; a timeout
- * of 0 polls, a negative one waits without limit; OXB_ENOTHING when nothing arrived. */
+ * of 0 polls, a negative one waits without limit; OXB_ENOTHING when nothing arrived.
+ * OXB_ECAPACITY when the answer has more slots than capacity (it stays queued for a receive with
+ * room); OXB_ECLOSED when the port is closed
+ * while waiting. */
 RYN_EXPORT int oxb_receive(OXB_PORT *port, void **ticket, int reserved1, void *buffer, int capacity,
                            int reserved2, int timeout_ms);
 /* Takes the bus for the calling thread (recursively); other threads' sends wait until unlock. */

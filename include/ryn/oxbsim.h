@@ -1,4 +1,5 @@
-/* Simulator control of sim: buses, for tests and the tool: drives, faults and drive memory. */
+/* Simulator control of sim: buses, for tests and the tool: drives, faults and drive memory.
+ * Statuses as in ryn/oxb.h; a bus that is not simulated is OXB_ENOTSIM. */
 #ifndef RYN_OXBSIM_H
 #define RYN_OXBSIM_H
 

@@ -1,4 +1,20 @@
-/* Translator library: ORAX command text to bus records and back, for drives online or offline. */
+/* Translator library: ORAX command text to bus records and back, for drives online or offline.
+ *
+ * Conventions of every function below:
+ * - Status: 0 on success or a negative TRA_E... code (text: tra_translate_error). Every failure
+ *   also leaves the calling thread's error trace (ryn/sup.h), kept until the thread's next failure
+ *   or sup_trace_clear; a later success does not clear it. A bad handle (null, destroyed, or of
+ *   the wrong kind for the call) and a null pointer argument that the call needs are
+ *   TRA_EBADPARAM; TRA_ESYSTEM is an allocation failure, TRA_EINTERNAL a fault of the library.
+ *   No exception leaves the library.
+ * - Name parts: _o creates an offline translator for one named drive configuration, _o2 one with
+ *   a second configuration on axis 63 (a motion controller), _e works on a bus port (bus-bound),
+ *   _ex is the extended form of an older call, oxcom marks the calls of the command interface
+ *   proper (translation, ISO conversion, axis masks, streams).
+ * - Threads: a translator may be shared by threads; each call takes the translator's lock. Only
+ *   tra_destroy must not run while another thread still uses the handle.
+ * - Ownership: the caller owns every buffer it passes and keeps it; the library never keeps a
+ *   pointer to one after the call. Texts returned as const char * are static. */
 #ifndef RYN_TRA_H
 #define RYN_TRA_H
 
@@ -84,87 +100,115 @@ extern "C" {
 
 /* A translator; opaque. */
 typedef struct TRA TRA;
-/* A command record: an 8-byte header, then 16-byte parameter slots. */
+/* A command record: an 8-byte header, then 16-byte parameter slots; a byte array without alignment
+ * requirement, little-endian. Read it with the accessors of ryn/record.h. */
 typedef struct TRA_RECORD TRA_RECORD;
 #define TRA_RECORD_MAX_SLOTS 65
 #define TRA_RECORD_SIZE(n) (8 + 16 * (n))
 
-/* Converts between drive units and ISO units (direction 0: ISO to drive, 1: drive to ISO). */
+/* Converts between drive units and ISO units (direction 0: ISO to drive, 1: drive to ISO).
+ * Called on the translating thread with the translator's bus (null offline), an 8-byte drive
+ * value buffer (a 32-bit value class uses its first 4 bytes, host order), the ISO value, the
+ * value class of the register or parameter (VOK_CLASS_...), its dictionary format code as the
+ * conversion, the axis and the installed context. Direction 0 (a number written with a fraction
+ * or exponent and no suffix, translated to a record): reads *iso_value, writes drive_value, once
+ * per addressed axis; axes must agree, else TRA_EISOCONV, as for a non-zero return; without a
+ * converter, or for a target that has no ISO units, TRA_EISOVALUE. Direction 1 (records written
+ * as text with TRA_FISO_CONVERT): reads drive_value, writes *iso_value; non-zero keeps the value
+ * in drive units. Returns 0 on success. */
 typedef int (*TRA_ISO_CONVERTER)(OXB_BUS *bus, void *drive_value, double *iso_value,
                                  uint32_t value_class, int32_t conversion, int32_t axis,
                                  int32_t direction, void *context);
 /* Gives the next line of a stream into buffer: 0 a line, -1 or above 0 the end, below -1 an error.
- */
+ * The line goes into buffer, zero-terminated within size characters, without its line end. */
 typedef int (*TRA_READ_LINE)(TRA *tra, char *buffer, int32_t size, void *user);
 /* Takes one line of an upload stream; non-zero stops the upload. */
 typedef int (*TRA_WRITE_LINE)(TRA *tra, const char *line, void *user, int32_t reserved);
 
 /* ---- Errors ---- */
 
-/* Fixed English message of an error code; "unknown error" outside the table. */
+/* Fixed English message of an error code; "unknown error" outside the table. Static text. */
 RYN_EXPORT const char *tra_translate_error(int code);
 
 /* ---- Lifecycle and settings ---- */
 
-/* Destroys a translator and nulls the caller's handle. */
+/* Destroys a translator and nulls the caller's handle.
+ * TRA_EBADPARAM for handle null or *handle not a live translator (tra_destroy(&null) is -515).
+ * A bus-bound translator unregisters from its bus first; the port stays the caller's. */
 RYN_EXPORT int tra_destroy(TRA **handle);
-/* Flags of a translator, 0 for a bad handle. */
+/* Flags of a translator (TRA_F...), 0 for a bad handle (tra_get_flags(NULL) is 0). */
 RYN_EXPORT uint32_t tra_get_flags(TRA *tra);
-/* Sets the flags; the lookup tables are rebuilt before the next translation. */
+/* Sets the flags; the lookup tables are rebuilt before the next translation. 0 or TRA_EBADPARAM. */
 RYN_EXPORT int tra_set_flags(TRA *tra, uint32_t flags);
-/* Reads the progress (0.0 to 1.0) of the running stream transfer. */
+/* Reads the progress (0.0 to 1.0) of the running stream transfer; progress may be null. */
 RYN_EXPORT int tra_get_progress(TRA *tra, double *progress);
-/* Raises the progress; a value outside 0..1 or below the current one is refused. */
+/* Raises the progress; a value outside 0..1, NaN or below the current one is TRA_EBADPARAM. */
 RYN_EXPORT int tra_set_progress(TRA *tra, double progress);
-/* Reads the installed ISO converter and its context (either pointer may be null). */
+/* Reads the installed ISO converter and its context (either pointer may be null); the pair is read
+ * as one, never a converter with another's context. Null and null when none is installed. */
 RYN_EXPORT int tra_oxcom_get_iso_converter(TRA *tra, TRA_ISO_CONVERTER *converter, void **context);
-/* Installs the ISO converter and its context (null removes it). */
+/* Installs the ISO converter and its context (null removes it); used with TRA_FISO_CONVERT. */
 RYN_EXPORT int tra_oxcom_set_iso_converter(TRA *tra, TRA_ISO_CONVERTER converter, void *context);
-/* Axes assumed by the ".X" axis form, 0 for a bad handle. */
+/* Axes assumed by the ".X" axis form (bit n: axis n), 0 for a bad handle. */
 RYN_EXPORT uint64_t tra_oxcom_get_preference_axis_mask(TRA *tra);
 /* Sets the axes of the ".X" axis form. */
 RYN_EXPORT int tra_oxcom_set_preference_axis_mask(TRA *tra, uint64_t mask);
-/* Port of a bus-bound translator; null offline or for a bad handle. */
+/* Port of a bus-bound translator; null offline or for a bad handle. The port stays the caller's. */
 RYN_EXPORT OXB_PORT *tra_get_oxb_port(TRA *tra);
-/* Drive product of an axis (64 or more: the first axis that has a drive); 0 when none. */
+/* Drive product of an axis (64 or more: the first axis that has a drive); 0 when none or for a bad
+ * handle. The four getters answer from the translator's view: offline, its configurations. */
 RYN_EXPORT uint32_t tra_get_drv_product(TRA *tra, int axis);
 /* Drive version of an axis (64 or more: the first axis that has a drive); 0 when none. */
 RYN_EXPORT uint32_t tra_get_drv_version(TRA *tra, int axis);
-/* Extension card product of an axis (64 or more: the first axis that has a drive); 0 when none. */
+/* Extension card product of an axis (64 or more: the first axis that has a drive); 0 when the axis
+ * has no drive or no card. */
 RYN_EXPORT uint32_t tra_get_ext_product(TRA *tra, int axis);
 /* Extension card version of an axis (64 or more: the first axis that has a drive); 0 when none. */
 RYN_EXPORT uint32_t tra_get_ext_version(TRA *tra, int axis);
 
 /* ---- Versions ---- */
 
-/* Version of this library, 0x04278100 ("4.27B"). */
+/* Version of this library in the packed form, RYN_VERSION of ryn/version.h: 0x04278100 ("4.27B").
+ * Packed versions: major in bits 24..31, minor as two BCD digits in bits 16..23, letter code
+ * 0x80 + letter index ("A" 0x80) in bits 8..15, 0 in bits 0..7. */
 RYN_EXPORT uint32_t tra_get_version(void);
 /* Version of this library under the family's name; the same as tra_get_version. */
 RYN_EXPORT uint32_t tra_get_ryn_version(void);
 /* Build time of this library in seconds since 1970-01-01 UTC. */
 RYN_EXPORT uint32_t tra_get_build_time(void);
-/* Parses "[n]n.nnc" into a packed version; TRA_EBADPARAM for any other text. */
+/* Parses "[n]n.nnc" into a packed version; TRA_EBADPARAM for any other text (*version then not
+ * written). */
 RYN_EXPORT int tra_string_to_version(const char *text, uint32_t *version);
-/* Writes the text form of a packed version into buffer (size characters, terminator included). */
+/* Writes the text form of a packed version into buffer (size characters, terminator included);
+ * a longer text is cut and still terminated, without notice. Returns 0. */
 RYN_EXPORT int tra_version_to_string(char *buffer, int size, uint32_t version);
 
 /* ---- Offline translators for named drive configurations ---- */
 
-/* Creates a direct translator for one drive configuration on all 64 axes. */
+/* Creates a direct translator for one drive configuration on all 64 axes.
+ * Creators (_o, _o2, _e): *out must be null (TRA_EBADPARAM otherwise, the handle untouched) and
+ * holds the new translator on success, null on failure; free it with tra_destroy. Product and
+ * version must be known to the dictionary: TRA_EBADDRVPROD, TRA_EBADDRVVER (a version of 0 too;
+ * with TRA_FACCEPT_UNKNOWN_VERSION an unknown drive version, 0 included, takes the product's
+ * default version). An extension product of 0 means no card (its version is then not looked at);
+ * a card that is unknown or does not fit is TRA_EBADEXTPROD, an unknown card version (0 too)
+ * TRA_EBADEXTVER; VOK_DRIVE_ONLY with version 0 uses the drive-only dictionary. TRA_ESYSTEM when
+ * memory runs out. flags: TRA_F... */
 RYN_EXPORT int tra_create_direct_traductor_o(TRA **out, uint32_t product, uint32_t version,
                                              uint32_t ext_product, uint32_t ext_version,
                                              uint32_t flags);
-/* Creates a direct translator: one configuration on axes 0..62, a second one on axis 63. */
+/* Creates a direct translator: one configuration on axes 0..62, a second one on axis 63 (the second
+ * is checked as the first; a product_63 of 0 is TRA_EBADDRVPROD). */
 RYN_EXPORT int tra_create_direct_traductor_o2(TRA **out, uint32_t product, uint32_t version,
                                               uint32_t ext_product, uint32_t ext_version,
                                               uint32_t product_63, uint32_t version_63,
                                               uint32_t ext_product_63, uint32_t ext_version_63,
                                               uint32_t flags);
-/* Whether a handle is a direct translator (offline or bus-bound). */
+/* Whether a handle is a direct translator (offline or bus-bound): 1 or 0 (0 for null). */
 RYN_EXPORT int tra_is_valid_direct_traductor(TRA *tra);
-/* Whether a handle is a bus-bound direct translator. */
+/* Whether a handle is a bus-bound direct translator: 1 or 0. */
 RYN_EXPORT int tra_is_valid_direct_traductor_e(TRA *tra);
-/* Creates a register translator for one drive configuration on all 64 axes. */
+/* Creates a register translator for one drive configuration on all 64 axes (as the direct one). */
 RYN_EXPORT int tra_create_register_traductor_o(TRA **out, uint32_t product, uint32_t version,
                                                uint32_t ext_product, uint32_t ext_version,
                                                uint32_t flags);
@@ -174,9 +218,9 @@ RYN_EXPORT int tra_create_register_traductor_o2(TRA **out, uint32_t product, uin
                                                 uint32_t product_63, uint32_t version_63,
                                                 uint32_t ext_product_63, uint32_t ext_version_63,
                                                 uint32_t flags);
-/* Whether a handle is a register translator (offline or bus-bound). */
+/* Whether a handle is a register translator (offline or bus-bound): 1 or 0. */
 RYN_EXPORT int tra_is_valid_register_traductor(TRA *tra);
-/* Whether a handle is a bus-bound register translator. */
+/* Whether a handle is a bus-bound register translator: 1 or 0. */
 RYN_EXPORT int tra_is_valid_register_traductor_e(TRA *tra);
 
 /* ---- Direct translator on a bus ---- */
@@ -193,11 +237,21 @@ typedef struct TRA_STREAM_REPORT {
     char first_refused_text[256]; /* its text, cut to fit */
 } TRA_STREAM_REPORT;
 
-/* Creates a direct translator on a bus port; it learns each axis's drive from the bus. */
+/* Creates a direct translator on a bus port; it learns each axis's drive from the bus.
+ * The port stays the caller's and must outlive the translator; TRA_EBADPARAM for a port that is
+ * not open, TRA_EINTERNAL when the bus refuses its event handler. */
 RYN_EXPORT int tra_create_direct_traductor_e(TRA **out, OXB_PORT *port, uint32_t flags);
-/* Translates one line of command text and sends it; *sent (may be null) tells whether it went. */
+/* Translates one line of command text and sends it; *sent (may be null) tells whether it went.
+ * *sent is 0 on every failure and for a line with nothing to send (then 0 is returned). The answer
+ * comes back through tra_receive_direct_cmd_e(_ex) with user. Codes: those of translation, and
+ * TRA_ENODRIVE (no drive on the line's axes, an offline translator too), TRA_EPUTREC. */
 RYN_EXPORT int tra_send_direct_cmd_e(TRA *tra, const char *text, uint64_t user, uint8_t *sent);
-/* Takes the next answer (timeout in ms, 0 polls, 0xFFFFFFFF waits) and writes it as text. */
+/* Takes the next answer (timeout in ms, 0 polls, 0xFFFFFFFF waits) and writes it as text.
+ * text holds size characters, terminator included; a longer text is cut to size - 1, without
+ * notice. The other outputs may be null: acknowledged (1 when the drives acknowledged), flag (the
+ * translator's TRA_FREQUEST_FLAG at sending), request (1 for a register read), user (the value
+ * given to the send). TRA_EBADPARAM for a null text or size 0 (no answer is taken);
+ * TRA_ENOCOMMAND when nothing arrived in time or the translator has no bus; TRA_EGETREC. */
 RYN_EXPORT int tra_receive_direct_cmd_e_ex(TRA *tra, char *text, uint32_t size,
                                            uint8_t *acknowledged, uint8_t *flag, uint8_t *request,
                                            uint64_t *user, uint32_t timeout);
@@ -205,28 +259,46 @@ RYN_EXPORT int tra_receive_direct_cmd_e_ex(TRA *tra, char *text, uint32_t size,
 RYN_EXPORT int tra_receive_direct_cmd_e(TRA *tra, char *text, uint32_t size, uint8_t *acknowledged,
                                         uint8_t *flag, uint8_t *request, uint64_t *user,
                                         uint8_t wait);
-/* Sends every line of a stream to the axes and awaits each answer; see tra_get_stream_report. */
+/* Sends every line of a stream to the axes and awaits each answer; see tra_get_stream_report.
+ * read_line is called on this thread until it reports the end or an error; a refused command does
+ * not stop the stream (the report counts it). Bus-bound translators only. */
 RYN_EXPORT int tra_oxcom_send_direct_stream_e(TRA *tra, uint64_t axis_mask, TRA_READ_LINE read_line,
                                               void *user);
-/* Reads the axis mask kept for the application by a bus-bound direct translator. */
+/* Reads the axis mask kept for the application by a bus-bound direct translator (TRA_EBADPARAM
+ * offline); mask may be null. The translator itself does not use it. */
 RYN_EXPORT int tra_oxcom_get_axis_mask_e(TRA *tra, uint64_t *mask);
 /* Stores an axis mask for the application in a bus-bound direct translator. */
 RYN_EXPORT int tra_oxcom_set_axis_mask_e(TRA *tra, uint64_t mask);
-/* Copies the report of the translator's last stream (report->size set by the caller). */
+/* Copies the report of the translator's last stream (report->size set by the caller).
+ * A size below the report's first field is TRA_EBADPARAM; a smaller size gets the fields that fit,
+ * a larger one sizeof(TRA_STREAM_REPORT); report->size is set to the size copied. All zero before
+ * the first stream. */
 RYN_EXPORT int tra_get_stream_report(TRA *tra, TRA_STREAM_REPORT *report);
 
 /* ---- Translation ---- */
 
 /* Translates one line of command text into a record of capacity slots, its slot count (0xFFFFFFFF
- * when the line holds nothing to send) and its axis mask; count and axis_mask may be null. */
+ * when the line holds nothing to send) and its axis mask; count and axis_mask may be null.
+ * record needs TRA_RECORD_SIZE(capacity) bytes. An empty or comment line returns 0 with *count
+ * 0xFFFFFFFF and *axis_mask not written (TRA_EEMPTYCMD instead with TRA_FEMPTY_IS_ERROR). A record
+ * too small is TRA_EBUFSIZE with *count the slots the line needs. On other failures *count and
+ * *axis_mask keep their values and the record's content is undefined. Codes: TRA_EBADPARAM (null
+ * text or record, capacity above 65535), the syntax, range and dictionary codes TRA_ESYNTAX ...
+ * TRA_EINCOMPLETEVECTOR, TRA_EISOCONV, TRA_ESYSTEM. */
 RYN_EXPORT int tra_oxcom_translate_cmd_from_ascii_ex(TRA *tra, TRA_RECORD *record,
                                                      uint32_t capacity, uint32_t *count,
                                                      uint64_t *axis_mask, const char *text);
 
-/* Writes a record as command text; a longer text is cut to size - 1, a size below 1 aborts. */
+/* Writes a record as command text; a longer text is cut to size - 1, a size below 1 aborts.
+ * The cut is not reported (the result is 0): a text of size - 1 characters may have been cut.
+ * "Aborts" stops the process with a message on standard error when the text does not fit a size
+ * below 1. text is not written on failure. TRA_EBADPARAM for a bad handle or a null record or
+ * text; a record it cannot read otherwise is written in a raw form, not refused. */
 RYN_EXPORT int tra_oxcom_translate_cmd_to_ascii_ex(TRA *tra, const TRA_RECORD *record,
                                                    uint64_t axis_mask, char *text, int size);
-/* Writes a request and its answer (one axis) as "register=values", cut as the function above. */
+/* Writes a request and its answer (one axis) as "register=values", cut as the function above.
+ * TRA_EBADPARAM also when axis_mask names not exactly one axis or the answer does not match the
+ * request (another kind, another number or class of values). */
 RYN_EXPORT int tra_oxcom_translate_rqs_to_ascii_ex(TRA *tra, const TRA_RECORD *request,
                                                    const TRA_RECORD *answer, uint64_t axis_mask,
                                                    char *text, int size);

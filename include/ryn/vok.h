@@ -1,4 +1,16 @@
-/* Dictionary library: what every ORAX drive product, version and extension card knows. */
+/* Dictionary library: what every ORAX drive product, version and extension card knows.
+ *
+ * Words used below: a register "type" is its type code and value class, 0..127 (the register
+ * letters: K, X, ...); a "kind" word is the same number as it appears in records and slot tags,
+ * bits 0..4 the type code and bits 5..6 the value class (VOK_CLASS_...); where a function takes
+ * a kind, bits above 6 are ignored. "index" is the register number, "subindex" its element.
+ * Command parameter positions ("position", "param") are 0-based; "group" counts parameter groups
+ * from 0. Forms: 1 the name, 2 the description.
+ * Texts returned (names, descriptions, messages) live as long as the process, also after the
+ * dictionary is closed or the family replaced; never free them. A dictionary handle is immutable
+ * and may be used by any number of threads; every function may be called from any thread.
+ * Queries on a null dictionary, an unknown item or a position out of range answer 0 (false, no
+ * value), null for texts, -1 where -1 means "none". */
 #ifndef RYN_VOK_H
 #define RYN_VOK_H
 
@@ -45,7 +57,9 @@ RYN_EXPORT const char *vok_translate_error(int code);
 
 /* ---- Families ---- */
 
-/* Replaces the active family by the one described in a JSON file; no dictionary may be open. */
+/* Replaces the active family by the one described in a JSON file; no dictionary may be open.
+ * 0, VOK_EBUSY, VOK_EFILE, VOK_EFORMAT, VOK_EFAMILY or VOK_ESYSTEM; a refused family changes
+ * nothing and its message is vok_get_family_error. */
 RYN_EXPORT int vok_load_family_file(const char *path);
 /* Replaces the active family by the one described in JSON text; no dictionary may be open. */
 RYN_EXPORT int vok_load_family_text(const char *json);
@@ -58,13 +72,18 @@ RYN_EXPORT const char *vok_get_family_source(void);
 
 /* ---- Opening and closing ---- */
 
-/* Opens the dictionary of a drive configuration (card VOK_DRIVE_ONLY, version 0: drive only). */
+/* Opens the dictionary of a drive configuration (card VOK_DRIVE_ONLY, version 0: drive only).
+ * *out is set to null first and to the dictionary on success; close it with vok_close. An
+ * ext_product of 0 means no card. A version of 0 is no default: it is VOK_EBADDRVVER like any
+ * unknown version. Codes: VOK_EBADPARAM (null out), VOK_EBADDRVPROD, VOK_EBADEXTPROD,
+ * VOK_EBADDRVVER, VOK_EBADEXTVER, VOK_ESYSTEM. */
 RYN_EXPORT int vok_open(VOK_DICT **out, uint32_t product, uint32_t version, uint32_t ext_product,
                         uint32_t ext_version);
 /* Like vok_open, but an unknown drive version leaves *out null and returns 0. */
 RYN_EXPORT int vok_open_offline(VOK_DICT **out, int reserved, uint32_t product, uint32_t version,
                                 uint32_t ext_product, uint32_t ext_version);
-/* Closes a dictionary and nulls the handle; texts handed out before stay valid. */
+/* Closes a dictionary and nulls the handle; texts handed out before stay valid. A null handle or
+ * *dict is ignored. */
 RYN_EXPORT void vok_close(VOK_DICT **dict);
 
 /* ---- Products and versions ---- */
@@ -85,7 +104,8 @@ RYN_EXPORT uint32_t vok_get_ext_product(const VOK_DICT *dict);
 RYN_EXPORT uint32_t vok_get_ext_version(const VOK_DICT *dict);
 /* Parses the version text of a register-version line; 0 or VOK_EBADPARAM. */
 RYN_EXPORT int vok_string_to_version(const char *text, uint32_t *version);
-/* Writes a version as text for a register-version comment; a non-empty title is written first. */
+/* Writes a version as text for a register-version comment; a non-empty title is written first.
+ * buffer holds size characters, terminator included; a longer text is cut without notice. */
 RYN_EXPORT void vok_version_to_string(char *buffer, int size, uint32_t version, const char *title);
 /* Name of a drive product ("ORX-D32"), null when unknown. */
 RYN_EXPORT const char *vok_get_product_name(uint32_t product);
@@ -159,7 +179,7 @@ RYN_EXPORT int vok_get_register_rows(const VOK_DICT *dict, uint32_t kind, uint32
 RYN_EXPORT int vok_command_exists(const VOK_DICT *dict, uint32_t command);
 /* Number of parameters of a command. */
 RYN_EXPORT int vok_get_param_count(const VOK_DICT *dict, uint32_t command);
-/* Kind word of a command parameter; bits 5 and 6 give its value class. */
+/* Kind word of a command parameter (position 0-based); bits 5 and 6 give its value class. */
 RYN_EXPORT uint32_t vok_get_param_kind(const VOK_DICT *dict, uint32_t command, int position);
 /* Whether a parameter is a 32-bit integer. */
 RYN_EXPORT int vok_param_is_int32(const VOK_DICT *dict, uint32_t command, int param);
@@ -185,7 +205,8 @@ RYN_EXPORT float vok_get_param_max_float(const VOK_DICT *dict, uint32_t command,
 RYN_EXPORT double vok_get_param_min_double(const VOK_DICT *dict, uint32_t command, int param);
 /* Parameter maximum as a double. */
 RYN_EXPORT double vok_get_param_max_double(const VOK_DICT *dict, uint32_t command, int param);
-/* Whether an answer's command number is known to this dictionary: 0 known, -1 unknown. */
+/* Whether an answer's command number is known to this dictionary: 0 known, -1 unknown.
+ * Note the sentinel: 0 means "known" here, unlike vok_command_exists. envelope may be null. */
 RYN_EXPORT int vok_find_command(const VOK_DICT *dict, uint32_t command, const void *envelope);
 /* Whether a parameter group of a command is a vector (written in brackets). */
 RYN_EXPORT int vok_param_is_vector(const VOK_DICT *dict, uint32_t command, int group);
@@ -318,7 +339,8 @@ RYN_EXPORT int vok_ext_fits_product(uint32_t ext_product, uint32_t product);
 RYN_EXPORT int32_t vok_get_next_index(const VOK_DICT *dict, uint32_t type, uint32_t from);
 /* Smallest command number, not below from, that the dictionary knows; -1 when none. */
 RYN_EXPORT int32_t vok_get_next_command(const VOK_DICT *dict, uint32_t from);
-/* Finds a register by its alias (case-insensitive): 0 with its kind and index, or -1. */
+/* Finds a register by its alias (case-insensitive): 0 with its kind and index, or -1.
+ * On -1 (no such alias, null arguments) *kind and *index are not written. */
 RYN_EXPORT int vok_find_register_alias(const VOK_DICT *dict, const char *alias, uint32_t *kind,
                                        uint32_t *index);
 /* Number of the command with this name (case-insensitive), -1 when none. */

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
 #include <cstring>
 
 namespace {
@@ -106,24 +107,28 @@ int sup_trace_get(int i, SUP_FRAME *frame) {
 
 int sup_trace_format(char *buffer, int size) {
     if (buffer == nullptr || size <= 0) return 0;
-    int used = 0;
     buffer[0] = '\0';
-    // sup_snprintf stops at the end of the buffer and counts only what it wrote.
-    for (int i = 0; i < trace.count && used < size - 1; ++i) {
+    // The whole text is measured while what fits is written, so that a caller learns from the
+    // length returned whether its buffer held all of it.
+    int need = 0;
+    auto put = [&](const char *format, auto... args) {
+        int at = std::min(need, size - 1);
+        int n = std::snprintf(buffer + at, static_cast<std::size_t>(size - at), format, args...);
+        if (n > 0) need += n;
+    };
+    for (int i = 0; i < trace.count; ++i) {
         const Frame &f = trace.frames[static_cast<std::size_t>(i)];
         if (i == 0)
-            used += sup_snprintf(buffer + used, size - used, "%s:%d %s: %d %s", f.file.data(),
-                                 f.line, f.function.data(), f.code, f.message.data());
+            put("%s:%d %s: %d %s", f.file.data(), f.line, f.function.data(), f.code,
+                f.message.data());
         else
-            used += sup_snprintf(buffer + used, size - used, "  from %s:%d %s", f.file.data(),
-                                 f.line, f.function.data());
+            put("  from %s:%d %s", f.file.data(), f.line, f.function.data());
         for (const auto &d : f.details)
-            if (d[0] != '\0') used += sup_snprintf(buffer + used, size - used, " (%s)", d.data());
-        if (f.note[0] != '\0')
-            used += sup_snprintf(buffer + used, size - used, ": %s", f.note.data());
-        used += sup_snprintf(buffer + used, size - used, "\n");
+            if (d[0] != '\0') put(" (%s)", d.data());
+        if (f.note[0] != '\0') put(": %s", f.note.data());
+        put("%s", "\n");
     }
-    return used;
+    return need;
 }
 
 void sup_trace_clear(void) {

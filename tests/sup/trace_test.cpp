@@ -1,6 +1,7 @@
 // The per-thread error trace: origins, pass frames, suspension, bounds and read-back.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <thread>
 
@@ -99,11 +100,14 @@ TEST_F(TraceTest, FormatOneFrameALineOriginFirstAndBounded) {
     EXPECT_EQ(std::string(text), "mod:10 inner: -540 message (K99)\n"
                                  "  from traa2r:7 outer: Convert error in TRA_EINTERNAL\n");
     EXPECT_EQ(n, static_cast<int>(std::string(text).size()));
-    for (int size : {1, 2, 5, 20, 40}) {
+    // A buffer too small holds the start of the text, terminated; the length returned is the
+    // whole text's, so that a result not below the size tells the caller the text was cut.
+    const std::string whole(text);
+    for (int size : {1, 2, 5, 20, 40, n, n + 1}) {
         std::string buffer(static_cast<std::size_t>(size) + 8, '#');
-        int written = sup_trace_format(buffer.data(), size);
-        EXPECT_LT(written, size);
-        EXPECT_EQ(buffer[static_cast<std::size_t>(written)], '\0');
+        EXPECT_EQ(sup_trace_format(buffer.data(), size), n) << "size " << size;
+        std::string got(buffer.c_str());
+        EXPECT_EQ(got, whole.substr(0, static_cast<std::size_t>(std::min(size - 1, n))));
         EXPECT_EQ(buffer[static_cast<std::size_t>(size)], '#') << "wrote past size " << size;
     }
     EXPECT_EQ(sup_trace_format(nullptr, 10), 0);
