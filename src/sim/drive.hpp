@@ -11,9 +11,9 @@ namespace ryn::sim {
 
 // Who a drive is: what its information records report and which dictionary it is built from.
 struct Identity {
-    uint32_t product = 32;             // ORX-D32
-    uint32_t version = 0x03128100;     // 3.12B
-    uint32_t ext_product = 0;          // no card
+    uint32_t product = 32;         // ORX-D32
+    uint32_t version = 0x03128100; // 3.12B
+    uint32_t ext_product = 0;      // no card
     uint32_t ext_version = 0;
     uint32_t serial = 0;
     uint32_t boot_revision = 0;
@@ -21,15 +21,17 @@ struct Identity {
 
 class Drive {
   public:
-    // Opens the drive's dictionary and fills its memory with the dictionary's defaults. Returns 0
-    // or the dictionary library's code (unknown product or version, incompatible card, ...).
+    // Opens the drive's dictionary and fills its memory with the dictionary's defaults. A version
+    // 0 takes the product's (or the card's) default version, which identity() then reports.
+    // Returns 0 or the dictionary library's code (unknown product or version, incompatible card).
     static int create(const Identity &identity, int axis, std::unique_ptr<Drive> *out);
     virtual ~Drive() = default;
 
     // Executes one record addressed to this drive and writes its answer into `answer` (room for
-    // RECORD_MAX_SLOTS slots): header word with HEADER_ACK when the drive accepted it, with
-    // HEADER_STATUS and without HEADER_ACK when it refused it (memory then unchanged). `now_us` is
-    // the bus's clock in microseconds, used for motion. Not thread-safe: the bus serialises calls.
+    // RECORD_MAX_SLOTS slots, apart from the request's buffer): header word with HEADER_ACK when
+    // the drive accepted it, with HEADER_STATUS and without HEADER_ACK when it refused it (memory
+    // then unchanged). `now_us` is the bus's clock in microseconds, used for motion. Not
+    // thread-safe: the bus serialises calls.
     virtual void execute(wire::ConstRecordView request, wire::RecordView answer,
                          uint64_t now_us) = 0;
 

@@ -279,6 +279,15 @@ constexpr uint64_t encode_element(uint32_t index, uint32_t element) {
     return uint64_t(index & 0xFFFFFF) | uint64_t(element & 0xFFFFFF) << 24 | uint64_t(1) << 62;
 }
 inline constexpr uint32_t ELEMENT_REF_TAG_BIT = 0x00010000; // third byte of the tag: 1
+// The index and element of an element reference; of a register given as a value of an element
+// assignment, its index and row (the same bit places).
+struct ElementRef {
+    uint32_t index;
+    uint32_t element;
+};
+constexpr ElementRef decode_element(uint64_t value) {
+    return {static_cast<uint32_t>(value & 0xFFFFFF), static_cast<uint32_t>(value >> 24 & 0xFFFFFF)};
+}
 
 // A register given as a value of an element assignment: 24-bit index, 24-bit row, 7-bit axis.
 constexpr uint64_t encode_element_value_register(uint32_t index, uint32_t row, uint32_t axis) {

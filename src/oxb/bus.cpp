@@ -1,0 +1,322 @@
+// Ports' answer queues, the bus lock, event delivery on the bus's thread, and sends through the
+// transport.
+#include "bus.hpp"
+
+#include "registry.hpp"
+
+#include <algorithm>
+#include <cstring>
+
+namespace ryn::oxb {
+
+namespace {
+
+// Earliest due first, then the order of posting: std heaps keep the "largest" on top.
+bool later(const std::unique_ptr<Answer> &a, const std::unique_ptr<Answer> &b) {
+    return a->due != b->due ? a->due > b->due : a->seq > b->seq;
+}
+
+Clock::time_point deadline_after(Clock::time_point now, int timeout_ms) {
+    return now + std::chrono::milliseconds(timeout_ms);
+}
+
+} // namespace
+
+void write_bus_answer(wire::ConstRecordView request, wire::RecordView answer) {
+    answer.clear(0);
+    answer.set_word((request.word() & ~wire::HEADER_ACK & ~uint32_t{0xFF}) | wire::HEADER_STATUS);
+}
+
+// ---- Port ----
+
+std::unique_ptr<Answer> Port::take_spare() {
+    if (spare_.empty()) return std::make_unique<Answer>();
+    auto a = std::move(spare_.back());
+    spare_.pop_back();
+    return a;
+}
+
+void Port::post(void *ticket, wire::ConstRecordView answer, Clock::time_point due,
+                Clock::time_point now) {
+    std::lock_guard lk(mu_);
+    if (closed_) return;
+    auto a = take_spare();
+    a->due = due;
+    a->seq = seq_++;
+    a->ticket = ticket;
+    a->ready = due <= now;
+    a->size = answer.size();
+    std::memcpy(a->bytes, answer.bytes, static_cast<std::size_t>(a->size));
+    queue_.push_back(std::move(a));
+    std::push_heap(queue_.begin(), queue_.end(), later);
+    size_.store(queue_.size(), std::memory_order_relaxed);
+    if (waiting_ > 0) cv_.notify_all();
+}
+
+bool Port::has_room() const {
+    return size_.load(std::memory_order_relaxed) < PORT_QUEUE_LIMIT;
+}
+
+int Port::receive(void **ticket, uint8_t *buffer, int capacity, int timeout_ms) {
+    std::unique_lock lk(mu_);
+    // An answer that was due when posted is taken without reading the clock: the clock costs
+    // more than the rest of an exchange on some machines.
+    Clock::time_point now = Clock::time_point::min();
+    if (queue_.empty() || !queue_.front()->ready) now = Clock::now();
+    const Clock::time_point deadline =
+        timeout_ms >= 0 ? deadline_after(now, timeout_ms) : Clock::time_point::max();
+    for (;;) {
+        if (closed_) return OXB_ECLOSED;
+        if (!queue_.empty() && (queue_.front()->ready || queue_.front()->due <= now)) {
+            Answer &a = *queue_.front();
+            if (a.size > wire::record_size(std::min(capacity, wire::RECORD_MAX_SLOTS)))
+                return OXB_ECAPACITY; // kept for a receiver with room for it
+            std::memcpy(buffer, a.bytes, static_cast<std::size_t>(a.size));
+            if (ticket != nullptr) *ticket = a.ticket;
+            std::pop_heap(queue_.begin(), queue_.end(), later);
+            spare_.push_back(std::move(queue_.back()));
+            queue_.pop_back();
+            size_.store(queue_.size(), std::memory_order_relaxed);
+            return 0;
+        }
+        if (now >= deadline) return OXB_ENOTHING;
+        Clock::time_point wake = deadline;
+        if (!queue_.empty()) wake = std::min(wake, queue_.front()->due);
+        ++waiting_;
+        if (wake == Clock::time_point::max())
+            cv_.wait(lk);
+        else
+            cv_.wait_until(lk, wake);
+        --waiting_;
+        now = Clock::now();
+    }
+}
+
+void Port::close() {
+    std::lock_guard lk(mu_);
+    closed_ = true;
+    queue_.clear();
+    spare_.clear();
+    size_.store(0, std::memory_order_relaxed);
+    cv_.notify_all();
+}
+
+// ---- Events ----
+
+void Events::start(const std::shared_ptr<Events> &self) {
+    self->thread_ = std::thread([self] { self->run(); });
+    self->thread_id_ = self->thread_.get_id();
+}
+
+void Events::stop() {
+    {
+        std::lock_guard lk(mu_);
+        stop_ = true;
+        work_cv_.notify_all();
+    }
+    if (!thread_.joinable()) return;
+    if (on_own_thread())
+        thread_.detach(); // released from one of its own handlers: it ends after the call
+    else
+        thread_.join();
+}
+
+int Events::add(void *owner, uint64_t axes, int selector, OXB_HANDLER handler, void *context,
+                uint64_t present, uint64_t *job) {
+    std::lock_guard lk(mu_);
+    for (const Handler &h : handlers_)
+        if (h.owner == owner) return OXB_EHANDLER;
+    const uint64_t id = next_job_++;
+    handlers_.push_back({owner, axes, selector, handler, context, id});
+    const uint64_t report = (selector & OXB_EVENT_DRIVES) != 0 ? present & axes : 0;
+    jobs_.push_back({id, -1, OXB_EVENT_DRIVE_PRESENT, report, owner});
+    work_cv_.notify_one();
+    *job = id;
+    return 0;
+}
+
+void Events::wait_delivered(uint64_t job) {
+    std::unique_lock lk(mu_);
+    if (on_own_thread()) {
+        // Registered from a handler: the thread cannot wait for itself, so the report is
+        // delivered here, ahead of the events queued before it.
+        auto it =
+            std::find_if(jobs_.begin(), jobs_.end(), [&](const Job &j) { return j.id == job; });
+        if (it == jobs_.end()) return;
+        Job j = *it;
+        jobs_.erase(it);
+        deliver(j, lk);
+        return;
+    }
+    done_cv_.wait(lk, [&] { return delivered_ >= job || stop_; });
+}
+
+int Events::remove(void *owner) {
+    std::unique_lock lk(mu_);
+    auto it = std::find_if(handlers_.begin(), handlers_.end(),
+                           [&](const Handler &h) { return h.owner == owner; });
+    if (it == handlers_.end()) return OXB_ENOHANDLER;
+    handlers_.erase(it);
+    if (!on_own_thread())
+        done_cv_.wait(lk, [&] {
+            return std::find(calling_.begin(), calling_.end(), owner) == calling_.end();
+        });
+    return 0;
+}
+
+void Events::raise(int axis, int event) {
+    std::lock_guard lk(mu_);
+    jobs_.push_back({next_job_++, axis, event, 0, nullptr});
+    work_cv_.notify_one();
+}
+
+void Events::run() {
+    std::unique_lock lk(mu_);
+    for (;;) {
+        work_cv_.wait(lk, [&] { return stop_ || !jobs_.empty(); });
+        if (stop_) return;
+        Job job = jobs_.front();
+        jobs_.erase(jobs_.begin());
+        deliver(job, lk);
+        delivered_ = job.id;
+        done_cv_.notify_all();
+    }
+}
+
+void Events::deliver(const Job &job, std::unique_lock<std::mutex> &lk) {
+    if (job.axis < 0) {
+        for (int axis = 0; axis < 64; ++axis)
+            if ((job.axes >> axis & 1) != 0 && !call(job.owner, axis, job.event, lk)) return;
+        return;
+    }
+    std::vector<void *> owners;
+    for (const Handler &h : handlers_)
+        if (job.id > h.first_job && (h.axes >> job.axis & 1) != 0 && (h.selector & job.event) != 0)
+            owners.push_back(h.owner);
+    for (void *owner : owners)
+        call(owner, job.axis, job.event, lk);
+}
+
+bool Events::call(void *owner, int axis, int event, std::unique_lock<std::mutex> &lk) {
+    auto it = std::find_if(handlers_.begin(), handlers_.end(),
+                           [&](const Handler &h) { return h.owner == owner; });
+    if (it == handlers_.end()) return false; // unregistered meanwhile
+    const OXB_HANDLER handler = it->handler;
+    void *const context = it->context;
+    calling_.push_back(owner);
+    lk.unlock();
+    handler(bus_, axis, event, context);
+    // A port that the handler used must not stay cached on this thread: that would keep its bus,
+    // and so this thread, alive after the bus's last port is closed.
+    Registry::forget_cached_port();
+    lk.lock();
+    calling_.erase(std::find(calling_.begin(), calling_.end(), owner));
+    done_cv_.notify_all();
+    return true;
+}
+
+// ---- Bus ----
+
+Bus::Bus(std::unique_ptr<Transport> transport, OXB_BUS *handle)
+    : handle_(handle), epoch_(Clock::now()), transport_(std::move(transport)),
+      events_(std::make_shared<Events>(handle)) {
+    transport_->attach_host(this);
+    Events::start(events_);
+}
+
+Bus::~Bus() {
+    events_->stop();
+}
+
+bool Bus::wait_unlocked(std::unique_lock<std::mutex> &lk, int timeout_ms) {
+    const auto me = std::this_thread::get_id();
+    auto free = [&] { return depth_ == 0 || owner_ == me; };
+    if (free()) return true;
+    if (timeout_ms == 0) return false;
+    if (timeout_ms < 0) {
+        unlocked_cv_.wait(lk, free);
+        return true;
+    }
+    return unlocked_cv_.wait_until(lk, deadline_after(Clock::now(), timeout_ms), free);
+}
+
+int Bus::send(Port &port, void *ticket, uint64_t axes, const void *record, int timeout_ms) {
+    if (!port.has_room()) return OXB_EQUEUEFULL;
+    const wire::ConstRecordView request{static_cast<const uint8_t *>(record)};
+    std::unique_lock lk(mu_);
+    if (!wait_unlocked(lk, timeout_ms)) return OXB_ELOCKED;
+    const Clock::time_point now = Clock::now();
+    transport_->submit(
+        {request, axes, ticket, &port, now,
+         static_cast<uint64_t>(
+             std::chrono::duration_cast<std::chrono::microseconds>(now - epoch_).count())});
+    return 0;
+}
+
+int Bus::lock(int timeout_ms) {
+    std::unique_lock lk(mu_);
+    if (!wait_unlocked(lk, timeout_ms)) return OXB_ELOCKED;
+    owner_ = std::this_thread::get_id();
+    ++depth_;
+    return 0;
+}
+
+int Bus::unlock() {
+    std::lock_guard lk(mu_);
+    if (depth_ == 0 || owner_ != std::this_thread::get_id()) return OXB_ENOTLOCKED;
+    if (--depth_ == 0) {
+        owner_ = std::thread::id();
+        unlocked_cv_.notify_all();
+    }
+    return 0;
+}
+
+uint64_t Bus::present_axes() {
+    std::lock_guard lk(mu_);
+    return transport_->present_axes();
+}
+
+int Bus::drive_info(int axis, wire::DriveInfo *info) {
+    std::lock_guard lk(mu_);
+    return transport_->drive_info(axis, info);
+}
+
+int Bus::ext_info(int axis, wire::ExtInfo *info) {
+    std::lock_guard lk(mu_);
+    return transport_->ext_info(axis, info);
+}
+
+uint32_t Bus::bus_flags() {
+    std::lock_guard lk(mu_);
+    return transport_->bus_flags();
+}
+
+int Bus::register_handler(void *owner, uint64_t axes, int selector, OXB_HANDLER handler,
+                          void *context) {
+    uint64_t job = 0;
+    {
+        // Presence is read and the handler added under the bus mutex, so that every later
+        // attach or detach reaches the handler as an event after its report.
+        std::lock_guard lk(mu_);
+        const int rc =
+            events_->add(owner, axes, selector, handler, context, transport_->present_axes(), &job);
+        if (rc != 0) return rc;
+    }
+    events_->wait_delivered(job);
+    return 0;
+}
+
+int Bus::unregister_handler(void *owner) {
+    return events_->remove(owner);
+}
+
+void Bus::raise_event(int axis, int event) {
+    events_->raise(axis, event);
+}
+
+uint64_t Bus::now_us() const {
+    return static_cast<uint64_t>(
+        std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - epoch_).count());
+}
+
+} // namespace ryn::oxb
