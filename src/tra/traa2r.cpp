@@ -458,8 +458,9 @@ int _tra_asc2rec_exec(TRA *tra, const char *text, TRA_RECORD *record, int32_t ca
         return 0;
     }
 
-    int rc = _tra_parse_raw_record(line, record, capacity, count_out, mask_out);
-    if (rc != TRA_ECMDSYNTAX) return rc == 0 ? 0 : t.pass(__LINE__, rc);
+    bool refused = false;
+    int rc = _tra_parse_raw_record(line, record, capacity, count_out, mask_out, &refused);
+    if (rc != TRA_ECMDSYNTAX || refused) return rc == 0 ? 0 : t.pass(__LINE__, rc);
 
     char *body = line;
     if (line[0] == '[') {

@@ -108,8 +108,10 @@ struct ParseContext {
 int _tra_clean_line(const char *text, char *out, std::size_t out_size);
 // Reads a cleaned line of the form "[MASK:m,GATE:g,CMD:c,REC:r,TYP:t,PAR:p,...]" into a record of
 // `capacity` slots; TRA_ECMDSYNTAX (untraced, nothing written) when the line is no such record.
+// A line with every key whose value is no number or does not fit its field is refused with a
+// trace (TRA_ERANGE, or TRA_ECMDSYNTAX with *refused_out set) and nothing written.
 int _tra_parse_raw_record(const char *line, TRA_RECORD *record, int32_t capacity,
-                          int32_t *count_out, uint64_t *mask_out);
+                          int32_t *count_out, uint64_t *mask_out, bool *refused_out = nullptr);
 
 // Cuts a cleaned line (after "[" for the bracketed form) into the context's tokens; every field
 // but the bracketed flag is set anew, and flag CTX_NO_AXIS marks a line that names no axis.

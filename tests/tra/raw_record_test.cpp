@@ -123,6 +123,68 @@ TEST(RawRecord, NotARawRecord) {
     }
 }
 
+// A line that is a raw record in form but holds a value its field has no room for, or a value
+// that is no number, is refused with a traced code naming the field; nothing is cut to fit.
+TEST(RawRecord, ValuesThatDoNotFitAreRefused) {
+    struct Row {
+        const char *line;
+        int rc;
+        const char *field;
+    } rows[] = {
+        {"[MASK:0XFFFFFFFFFFFFFFFFFFFF,GATE:0,CMD:1,REC:32]", TRA_ERANGE, "MASK"},
+        {"[MASK:99999999999999999999999,GATE:0,CMD:1,REC:32]", TRA_ERANGE, "MASK"},
+        {"[MASK:1Q,GATE:0,CMD:1,REC:32]", TRA_ECMDSYNTAX, "MASK"},
+        {"[MASK:1,GATE:999999999999,CMD:1,REC:32]", TRA_ERANGE, "GATE"},
+        {"[MASK:1,GATE:-1,CMD:1,REC:32]", TRA_ERANGE, "GATE"},
+        {"[MASK:1,GATE:0,CMD:99999,REC:32]", TRA_ERANGE, "CMD"},
+        {"[MASK:1,GATE:0,CMD:256,REC:32]", TRA_ERANGE, "CMD"},
+        {"[MASK:1,GATE:0,CMD:ABC,REC:32]", TRA_ECMDSYNTAX, "CMD"},
+        {"[MASK:1,GATE:0,CMD:08,REC:32]", TRA_ECMDSYNTAX, "CMD"},
+        {"[MASK:1,GATE:0,CMD:1,REC:-1]", TRA_ERANGE, "REC"},
+        {"[MASK:1,GATE:0,CMD:1,REC:0X100]", TRA_ERANGE, "REC"},
+        {"[MASK:1,GATE:0,CMD:1,REC:32,TYP:0X100000000,PAR:1]", TRA_ERANGE, "TYP"},
+        {"[MASK:1,GATE:0,CMD:1,REC:32,TYP:0,PAR:4294967296]", TRA_ERANGE, "PAR"},
+        {"[MASK:1,GATE:0,CMD:1,REC:32,TYP:0,PAR:-2147483649]", TRA_ERANGE, "PAR"},
+        {"[MASK:1,GATE:0,CMD:1,REC:32,TYP:64,PAR:18446744073709551616L]", TRA_ERANGE, "PAR"},
+        {"[MASK:1,GATE:0,CMD:1,REC:32,TYP:64,PAR:-9223372036854775809L]", TRA_ERANGE, "PAR"},
+        {"[MASK:1,GATE:0,CMD:1,REC:32,TYP:96,PAR:1E999D]", TRA_ERANGE, "PAR"},
+        {"[MASK:1,GATE:0,CMD:1,REC:32,TYP:32,PAR:1E39F]", TRA_ERANGE, "PAR"},
+        {"[MASK:1,GATE:0,CMD:1,REC:32,TYP:0,PAR:5,TYP:0,PAR:12Z]", TRA_ECMDSYNTAX, "PAR"},
+        {"[MASK:1,GATE:0,CMD:1,REC:32,TYP:96,PAR:1..5D]", TRA_ECMDSYNTAX, "PAR"},
+    };
+    for (const Row &r : rows) {
+        Buffer b;
+        b.fill(0xAA);
+        int32_t count = -7;
+        uint64_t mask = 9;
+        bool refused = false;
+        sup_trace_clear();
+        EXPECT_EQ(_tra_parse_raw_record(r.line, as_record(b), CAPACITY, &count, &mask, &refused),
+                  r.rc)
+            << r.line;
+        EXPECT_TRUE(refused) << r.line;
+        EXPECT_EQ(count, -7) << r.line;
+        EXPECT_EQ(mask, 9u) << r.line;
+        EXPECT_EQ(b[0], 0xAA) << r.line << ": nothing written";
+        ASSERT_EQ(sup_trace_count(), 1) << r.line;
+        EXPECT_EQ(trace()[0].code, r.rc) << r.line;
+        EXPECT_EQ(trace()[0].detail, r.field) << r.line;
+    }
+    // The extremes of every field still fit.
+    const char *fits[] = {
+        "[MASK:0XFFFFFFFFFFFFFFFF,GATE:4294967295,CMD:255,REC:255,TYP:-2147483648,PAR:4294967295]",
+        "[MASK:18446744073709551615,GATE:0,CMD:0,REC:0,TYP:0XFFFFFFFF,PAR:-2147483648,"
+        "TYP:64,PAR:-9223372036854775808L,TYP:64,PAR:18446744073709551615L]",
+        "[MASK:1,GATE:0,CMD:0377,REC:0,TYP:96,PAR:1E308D,TYP:32,PAR:-3.4E38F]",
+    };
+    for (const char *line : fits) {
+        Buffer b;
+        sup_trace_clear();
+        EXPECT_EQ(_tra_parse_raw_record(line, as_record(b), CAPACITY, nullptr, nullptr), 0)
+            << line;
+    }
+}
+
 TEST(RawRecord, PairsBeyondTheCapacity) {
     std::string line = "[MASK:1,GATE:0,CMD:1,REC:32";
     for (int i = 0; i < 3; ++i)

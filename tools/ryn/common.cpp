@@ -239,7 +239,15 @@ bool find_version(uint32_t product, const std::string &text, uint32_t &version,
     return false;
 }
 
+void add_family_option(CLI::App &app, std::string &family) {
+    app.add_option("--family", family,
+                   "Load the drive family from this JSON description (default: the embedded "
+                   "ORAX family)")
+        ->group("Configuration");
+}
+
 void add_config_options(CLI::App &app, ConfigOptions &o, bool with_axis63) {
+    add_family_option(app, o.family);
     app.add_option("-p,--product", o.product, "Drive product, by name or number")
         ->capture_default_str()
         ->group("Configuration");
@@ -262,7 +270,29 @@ void add_config_options(CLI::App &app, ConfigOptions &o, bool with_axis63) {
         ->group("Configuration");
 }
 
-bool resolve_config(const ConfigOptions &o, Configuration &c, std::string &error) {
+bool load_family(const std::string &path, std::string &error) {
+    if (vok_load_family_file(path.c_str()) == 0) return true;
+    const char *why = vok_get_family_error();
+    error = format("cannot load the family '%s': %s", path.c_str(),
+                   why != nullptr && why[0] != '\0' ? why : "unreadable");
+    return false;
+}
+
+bool resolve_config(const ConfigOptions &o, Configuration &c, std::string &error,
+                    bool any_version) {
+    if (!o.family.empty() && !load_family(o.family, error)) return false;
+    if (any_version && find_product(o.product, c.product, error) && !o.version.empty()) {
+        uint32_t version = 0;
+        if (!parse_version(o.version, "3.12B", version, error)) return false;
+        if (!vok_is_known_version(c.product, version)) {
+            ConfigOptions known = o;
+            known.version.clear();
+            known.family.clear();
+            if (!resolve_config(known, c, error)) return false;
+            c.version = version;
+            return true;
+        }
+    }
     if (!resolve_one(o.product, o.version, o.ext, o.ext_version, c.product, c.version, c.ext,
                      c.ext_version, error))
         return false;

@@ -17,10 +17,12 @@ enum Exit : int {
     exit_line_failed = 1, // the tool ran, but at least one line (or look-up) failed
     exit_usage = 2,       // bad option or argument, unknown product or version, unreadable file
     exit_failure = 3,     // the library refused to start (for instance no memory)
+    exit_output = 4,      // standard output or standard error could not be written
 };
 
 // A drive configuration as the user names it on the command line.
 struct ConfigOptions {
+    std::string family; // empty: the active family (the embedded ORAX family)
     std::string product = "ORX-D32";
     std::string version;     // empty: the product's default version
     std::string ext;         // empty or "none": no extension card
@@ -44,12 +46,21 @@ struct Configuration {
     uint32_t ext_version63 = 0;
 };
 
+// Adds --family, which loads another family description.
+void add_family_option(CLI::App &app, std::string &family);
+
 // Adds the options of a drive configuration (--product, --drive-version, --ext, ...) to a command.
 void add_config_options(CLI::App &app, ConfigOptions &options, bool with_axis63);
 
 // Turns the named configuration into numbers; on failure writes a message that lists what the
 // family holds and returns false.
-bool resolve_config(const ConfigOptions &options, Configuration &out, std::string &error);
+// With `any_version` a drive version the family does not know is taken as it is (the translator
+// then falls back to the product's default).
+bool resolve_config(const ConfigOptions &options, Configuration &out, std::string &error,
+                    bool any_version = false);
+
+// Makes the family described in a JSON file the active one; false with a message.
+bool load_family(const std::string &path, std::string &error);
 
 // Drive product by name ("ORX-D32", any case) or number ("32", "0x20"); false when unknown.
 bool find_product(const std::string &text, uint32_t &product, std::string &error);

@@ -1,38 +1,31 @@
 // The dict subcommand: browsing the family's products, versions, register types, registers and
 // commands through the dictionary library.
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <nlohmann/json.hpp>
 #include <cstring>
-#include <iostream>
 #include <memory>
 
 #include "common.hpp"
+#include "dictionary.hpp"
 #include "ryn/vok.h"
-#include "subcommands.hpp"
+#include "output.hpp"
 
 namespace ryn::cli {
 
 namespace {
-
-// An open dictionary, closed when it goes out of scope.
-struct Dict {
-    VOK_DICT *d = nullptr;
-    Dict() = default;
-    Dict(const Dict &) = delete;
-    Dict &operator=(const Dict &) = delete;
-    ~Dict() { vok_close(&d); }
-};
 
 // Opens the dictionary of the named configuration; 0, or the exit code after a message.
 int open_dict(const ConfigOptions &o, Dict &dict) {
     Configuration c;
     std::string error;
     if (!resolve_config(o, c, error)) {
-        std::cerr << "ryn dict: " << error << '\n';
+        err() << "ryn dict: " << error << '\n';
         return exit_usage;
     }
     int rc = vok_open(&dict.d, c.product, c.version, c.ext, c.ext_version);
     if (rc != 0) {
-        std::cerr << "ryn dict: cannot open the dictionary: error " << rc << " ("
+        err() << "ryn dict: cannot open the dictionary: error " << rc << " ("
                   << vok_translate_error(rc) << ")\n";
         return exit_failure;
     }
@@ -47,88 +40,6 @@ std::string config_title(const VOK_DICT *d) {
     if (ext != 0 && ext != VOK_DRIVE_ONLY && card != nullptr)
         title += " with " + std::string(card) + " " + version_text(vok_get_ext_version(d));
     return title;
-}
-
-const char *or_dash(const char *text) {
-    return text != nullptr && text[0] != '\0' ? text : "-";
-}
-
-const char *class_name(uint32_t kind) {
-    switch (kind & 0x60) {
-    case 0x20:
-        return "float";
-    case 0x40:
-        return "int64";
-    case 0x60:
-        return "double";
-    default:
-        return "int32";
-    }
-}
-
-const char *format_name(int code) {
-    switch (code) {
-    case VOK_FORMAT_HEX:
-        return "hexadecimal";
-    case VOK_FORMAT_DECIMAL:
-        return "decimal";
-    case VOK_FORMAT_STRING:
-        return "string";
-    case VOK_FORMAT_FLOAT:
-        return "floating";
-    case VOK_FORMAT_IP:
-        return "IP address";
-    default:
-        return "none";
-    }
-}
-
-// A value of a class, written as its display format shows it.
-struct Value {
-    int64_t i = 0;
-    double d = 0;
-};
-
-std::string value_text(uint32_t kind, int display, const Value &v) {
-    switch (kind & 0x60) {
-    case 0x20:
-    case 0x60:
-        return format("%.9g", v.d);
-    case 0x40:
-        return display == VOK_FORMAT_HEX ? format("0x%llX", static_cast<unsigned long long>(v.i))
-                                         : format("%lld", static_cast<long long>(v.i));
-    default:
-        break;
-    }
-    const auto u = static_cast<uint32_t>(v.i);
-    if (display == VOK_FORMAT_HEX) return format("0x%X", u);
-    if (display == VOK_FORMAT_IP)
-        return format("%u.%u.%u.%u", u >> 24, (u >> 16) & 0xFF, (u >> 8) & 0xFF, u & 0xFF);
-    return format("%d", static_cast<int32_t>(u));
-}
-
-std::string range_text(uint32_t kind, int display, const Value &min, const Value &max) {
-    if (min.i == 0 && max.i == 0 && min.d == 0 && max.d == 0) return "none";
-    return value_text(kind, display, min) + " .. " + value_text(kind, display, max);
-}
-
-Value enum_value(const VOK_DICT *d, uint32_t kind, int id, int entry) {
-    Value v;
-    switch (kind & 0x60) {
-    case 0x20:
-        v.d = vok_get_enum_value_float(d, id, entry);
-        break;
-    case 0x40:
-        v.i = vok_get_enum_value_int64(d, id, entry);
-        break;
-    case 0x60:
-        v.d = vok_get_enum_value_double(d, id, entry);
-        break;
-    default:
-        v.i = vok_get_enum_value_int32(d, id, entry);
-        break;
-    }
-    return v;
 }
 
 // The entries of an enumeration that apply, as a tree: mask entries with their values below.
@@ -154,55 +65,6 @@ std::string enum_text(const VOK_DICT *d, uint32_t kind, int display, int id, App
     return out;
 }
 
-std::string register_name(const VOK_DICT *d, uint32_t kind, uint32_t index) {
-    if (kind == 1 && index == 65535) return "XAC";
-    return format("%s%u", or_dash(vok_get_type_name(d, 1, kind)), index);
-}
-
-// Finds a register by name ("K12", "kf1") or alias ("MODE").
-bool find_register(const VOK_DICT *d, const std::string &text, uint32_t &kind, uint32_t &index) {
-    if (vok_find_register_alias(d, text.c_str(), &kind, &index) == 0) return true;
-    if (same_name(text, "XAC") && vok_register_exists(d, 1, 65535, 0)) { // the accumulator
-        kind = 1;
-        index = 65535;
-        return true;
-    }
-    const size_t digits = text.find_first_of("0123456789");
-    if (digits == std::string::npos || digits == 0) return false;
-    uint64_t number = 0;
-    if (!parse_number(text.substr(digits), number) || number > 0xFFFF) return false;
-    const std::string type = text.substr(0, digits);
-    for (uint32_t k = 0; k < VOK_TYPE_COUNT; ++k) {
-        const char *name = vok_get_type_name(d, 1, k);
-        if (name != nullptr && same_name(name, type) && vok_index_exists(d, k, uint32_t(number))) {
-            kind = k;
-            index = static_cast<uint32_t>(number);
-            return true;
-        }
-    }
-    return false;
-}
-
-// Finds a command by name ("MVE"), number ("160") or "@160".
-bool find_command(const VOK_DICT *d, const std::string &text, uint32_t &command) {
-    uint64_t number = 0;
-    const std::string digits = !text.empty() && text[0] == '@' ? text.substr(1) : text;
-    if (parse_number(digits, number)) {
-        command = static_cast<uint32_t>(number);
-        return number < VOK_COMMAND_COUNT && vok_command_exists(d, command);
-    }
-    const int32_t found = vok_find_command_name(d, text.c_str());
-    if (found < 0) return false;
-    command = static_cast<uint32_t>(found);
-    return true;
-}
-
-// A command's name, or "@N" (the language's way to name command N) when it has none.
-std::string command_name(const VOK_DICT *d, uint32_t command) {
-    const char *name = vok_get_command_name(d, 1, command);
-    return name != nullptr && name[0] != '\0' ? name : format("@%u", command);
-}
-
 std::string access_text(const VOK_DICT *d, uint32_t kind, uint32_t index, int length) {
     int writable = 0;
     for (int s = 0; s < length; ++s)
@@ -210,25 +72,82 @@ std::string access_text(const VOK_DICT *d, uint32_t kind, uint32_t index, int le
     return writable == length ? "rw" : writable == 0 ? "ro" : "mixed";
 }
 
+// A listing: a header row and rows of cells, written as aligned columns (each as wide as its
+// widest cell) or as a JSON array of objects keyed by the lower-case header.
+struct Table {
+    std::vector<std::string> head;
+    std::vector<bool> right; // right-aligned columns
+    std::vector<std::vector<std::string>> rows;
+
+    void add(std::vector<std::string> row) { rows.push_back(std::move(row)); }
+
+    void print(const std::string &indent = "  ") const {
+        std::vector<std::size_t> width(head.size());
+        for (std::size_t c = 0; c < head.size(); ++c) {
+            width[c] = head[c].size();
+            for (const auto &row : rows)
+                width[c] = std::max(width[c], row[c].size());
+        }
+        auto line = [&](const std::vector<std::string> &cells) {
+            std::string text = indent;
+            for (std::size_t c = 0; c < cells.size(); ++c) {
+                const bool last = c + 1 == cells.size();
+                const std::string pad(width[c] - cells[c].size(), ' ');
+                if (c < right.size() && right[c])
+                    text += pad + cells[c];
+                else
+                    text += cells[c] + (last ? "" : pad);
+                if (!last) text += "  ";
+            }
+            out() << text << '\n';
+        };
+        line(head);
+        for (const auto &row : rows)
+            line(row);
+    }
+
+    nlohmann::ordered_json json() const {
+        nlohmann::ordered_json list = nlohmann::ordered_json::array();
+        for (const auto &row : rows) {
+            nlohmann::ordered_json item;
+            for (std::size_t c = 0; c < head.size(); ++c) {
+                std::string key = head[c];
+                for (char &ch : key)
+                    ch = ch == ' ' ? '_' : static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
+                item[key] = row[c];
+            }
+            list.push_back(item);
+        }
+        return list;
+    }
+};
+
+// Whether the listing is written as JSON (--json of every dict command).
+bool as_json = false;
+
+void write_json(const nlohmann::ordered_json &j) {
+    out() << j.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
+}
+
 // ---- products, versions ----
 
 int products() {
-    std::cout << "Family " << or_dash(vok_get_family_name()) << " (" << vok_get_family_source()
-              << ")\n\nDrive products (* default version):\n";
-    for (int i = 0; i < vok_get_product_count(); ++i) {
-        const uint32_t p = vok_get_product_code(i);
-        if (vok_is_reserved_product(p)) continue;
-        std::cout << format("  %4u  %-9s %-10s %-22s %s\n", p, product_name(p).c_str(),
-                            vok_is_axis63_product(p) ? "axis 63" : "drive",
-                            product_versions(p).c_str(), or_dash(vok_get_product_description(p)));
-    }
+    Table drives{{"CODE", "PRODUCT", "ROLE", "VERSIONS", "DESCRIPTION"}, {true}, {}};
     std::string reserved;
     for (int i = 0; i < vok_get_product_count(); ++i) {
         const uint32_t p = vok_get_product_code(i);
-        if (vok_is_reserved_product(p)) reserved += format(" %u", p);
+        if (vok_is_reserved_product(p)) {
+            reserved += format(" %u", p);
+            continue;
+        }
+        std::string versions = product_versions(p);
+        for (char &c : versions)
+            if (c == ' ') c = '\0';
+        versions.erase(std::remove(versions.begin(), versions.end(), '\0'), versions.end());
+        drives.add({format("%u", p), product_name(p), vok_is_axis63_product(p) ? "axis63" : "drive",
+                    versions, or_dash(vok_get_product_description(p))});
     }
-    if (!reserved.empty()) std::cout << "  reserved:" << reserved << '\n';
-    std::cout << "\nExtension cards (* default version):\n";
+    Table cards{{"CODE", "CARD", "VERSIONS", "FITS", "DESCRIPTION"}, {}, {}};
     for (int i = 0; i < vok_get_ext_product_count(); ++i) {
         const uint32_t e = vok_get_ext_product_code(i);
         const char *name = vok_get_ext_product_name(e);
@@ -237,19 +156,33 @@ int products() {
         const uint32_t standard = vok_get_ext_product_default_version(e);
         for (int v = 0; v < vok_get_ext_product_version_count(e); ++v) {
             const uint32_t version = vok_get_ext_product_version(e, v);
-            versions += (versions.empty() ? "" : ", ") + version_text(version) +
+            versions += (versions.empty() ? "" : ",") + version_text(version) +
                         (version == standard ? "*" : "");
         }
         std::string fits;
         for (int j = 0; j < vok_get_product_count(); ++j) {
             const uint32_t p = vok_get_product_code(j);
             if (!vok_is_reserved_product(p) && vok_ext_fits_product(e, p))
-                fits += (fits.empty() ? "" : " ") + product_name(p);
+                fits += (fits.empty() ? "" : ",") + product_name(p);
         }
-        std::cout << format("  0x%02X  %-9s %-10s %s\n", e, name, versions.c_str(),
-                            or_dash(vok_get_ext_product_description(e)))
-                  << "              fits: " << fits << '\n';
+        cards.add({format("0x%02X", e), name, versions, fits,
+                   or_dash(vok_get_ext_product_description(e))});
     }
+    if (as_json) {
+        nlohmann::ordered_json j;
+        j["family"] = vok_get_family_name();
+        j["source"] = vok_get_family_source();
+        j["products"] = drives.json();
+        j["cards"] = cards.json();
+        write_json(j);
+        return exit_ok;
+    }
+    out() << "Family " << or_dash(vok_get_family_name()) << " (" << vok_get_family_source()
+          << ")\n\nDrive products (* default version):\n";
+    drives.print();
+    if (!reserved.empty()) out() << "  reserved:" << reserved << '\n';
+    out() << "\nExtension cards (* default version):\n";
+    cards.print();
     return exit_ok;
 }
 
@@ -257,15 +190,19 @@ int versions(const std::string &product_text) {
     uint32_t product = 0;
     std::string error;
     if (!find_product(product_text, product, error)) {
-        std::cerr << "ryn dict: " << error << '\n';
+        err() << "ryn dict: " << error << '\n';
         return exit_usage;
     }
     const uint32_t standard = vok_get_default_version(product);
+    Table t{{"VERSION", "NUMBER", "DEFAULT"}, {}, {}};
     for (int i = 0; i < vok_get_product_version_count(product); ++i) {
         const uint32_t v = vok_get_product_version(product, i);
-        std::cout << version_text(v) << format("  0x%08X", v) << (v == standard ? "  default" : "")
-                  << '\n';
+        t.add({version_text(v), format("0x%08X", v), v == standard ? "yes" : "no"});
     }
+    if (as_json)
+        write_json(t.json());
+    else
+        t.print("");
     return exit_ok;
 }
 
@@ -275,9 +212,9 @@ int types(const ConfigOptions &o) {
     Dict dict;
     if (int rc = open_dict(o, dict)) return rc;
     const VOK_DICT *d = dict.d;
-    std::cout << config_title(d) << "\n\n";
-    std::cout << format("  %-5s %-4s %-7s %9s %8s  %s\n", "NAME", "KIND", "CLASS", "REGISTERS",
-                        "ELEMENTS", "DESCRIPTION");
+    Table t{{"NAME", "KIND", "CLASS", "REGISTERS", "ELEMENTS", "DESCRIPTION"},
+            {false, true, false, true, true},
+            {}};
     for (uint32_t k = 0; k < VOK_TYPE_COUNT; ++k) {
         const char *name = vok_get_type_name(d, 1, k);
         if (name == nullptr || !vok_type_exists(d, k)) continue;
@@ -288,20 +225,30 @@ int types(const ConfigOptions &o) {
         std::string notes;
         if (vok_type_is_hidden(d, k)) notes += " (hidden)";
         if (vok_register_type_writable(d, k)) notes += " (writable as a whole)";
-        std::cout << format("  %-5s %4u %-7s %9d %8d  %s%s\n", name, k, class_name(k), count,
-                            vok_get_subindex_count(d, k), or_dash(vok_get_type_name(d, 2, k)),
-                            notes.c_str());
+        t.add({name, format("%u", k), class_name(k), format("%d", count),
+               format("%d", vok_get_subindex_count(d, k)),
+               std::string(or_dash(vok_get_type_name(d, 2, k))) + notes});
     }
+    if (as_json) {
+        write_json({{"configuration", config_title(d)}, {"types", t.json()}});
+        return exit_ok;
+    }
+    out() << config_title(d) << "\n\n";
+    t.print();
     return exit_ok;
 }
 
-void register_line(const VOK_DICT *d, uint32_t kind, uint32_t index) {
+Table register_table() {
+    return {{"REGISTER", "ALIAS", "ELEM", "FORMAT", "ACCESS", "DESCRIPTION"},
+            {false, false, true},
+            {}};
+}
+
+void register_line(Table &t, const VOK_DICT *d, uint32_t kind, uint32_t index) {
     const int length = vok_get_register_length(d, kind, index);
-    std::cout << format("  %-8s %-12s %4d  %-11s %-5s %s\n", register_name(d, kind, index).c_str(),
-                        or_dash(vok_get_register_name(d, 1, kind, index, 0)), length,
-                        format_name(vok_get_register_format(d, kind, index, 0)),
-                        access_text(d, kind, index, length).c_str(),
-                        or_dash(vok_get_register_name(d, 2, kind, index, 0)));
+    t.add({register_name(d, kind, index), or_dash(vok_get_register_name(d, 1, kind, index, 0)),
+           format("%d", length), format_name(vok_get_register_format(d, kind, index, 0)),
+           access_text(d, kind, index, length), or_dash(vok_get_register_name(d, 2, kind, index, 0))});
 }
 
 int registers(const ConfigOptions &o, const std::vector<std::string> &wanted) {
@@ -324,65 +271,25 @@ int registers(const ConfigOptions &o, const std::vector<std::string> &wanted) {
             const char *name = vok_get_type_name(d, 1, k);
             if (name != nullptr && vok_type_exists(d, k)) list += format(" %s", name);
         }
-        std::cerr << "ryn dict: " << config_title(d) << " has no register type '" << w
+        err() << "ryn dict: " << config_title(d) << " has no register type '" << w
                   << "'; its types:" << list << '\n';
         return exit_usage;
     }
     if (wanted.empty())
         for (uint32_t k = 0; k < VOK_TYPE_COUNT; ++k)
             if (vok_get_type_name(d, 1, k) != nullptr && vok_type_exists(d, k)) kinds.push_back(k);
-    std::cout << config_title(d) << "\n\n"
-              << format("  %-8s %-12s %4s  %-11s %-5s %s\n", "REGISTER", "ALIAS", "ELEM", "FORMAT",
-                        "ACCESS", "DESCRIPTION");
+    Table t = register_table();
     for (uint32_t k : kinds)
         for (int32_t i = vok_get_next_index(d, k, 0); i >= 0;
              i = vok_get_next_index(d, k, uint32_t(i) + 1))
-            register_line(d, k, uint32_t(i));
+            register_line(t, d, k, uint32_t(i));
+    if (as_json) {
+        write_json({{"configuration", config_title(d)}, {"registers", t.json()}});
+        return exit_ok;
+    }
+    out() << config_title(d) << "\n\n";
+    t.print();
     return exit_ok;
-}
-
-Value reg_limit(const VOK_DICT *d, uint32_t kind, uint32_t index, uint32_t s, bool max) {
-    Value v;
-    switch (kind & 0x60) {
-    case 0x20:
-        v.d = max ? vok_get_reg_max_float(d, kind, index, s)
-                  : vok_get_reg_min_float(d, kind, index, s);
-        break;
-    case 0x40:
-        v.i = max ? vok_get_reg_max_int64(d, kind, index, s)
-                  : vok_get_reg_min_int64(d, kind, index, s);
-        break;
-    case 0x60:
-        v.d = max ? vok_get_reg_max_double(d, kind, index, s)
-                  : vok_get_reg_min_double(d, kind, index, s);
-        break;
-    default:
-        v.i = max ? vok_get_reg_max_int32(d, kind, index, s)
-                  : vok_get_reg_min_int32(d, kind, index, s);
-        break;
-    }
-    return v;
-}
-
-Value reg_default(const VOK_DICT *d, uint32_t kind, uint32_t index, uint32_t s) {
-    Value v;
-    switch (kind & 0x60) {
-    case 0x20:
-        v.d = vok_get_reg_default_float(d, kind, index, s);
-        break;
-    case 0x40:
-        v.i = vok_get_reg_default_int64(d, kind, index, s);
-        break;
-    case 0x60: {
-        const int64_t bits = vok_get_reg_default_int64(d, kind, index, s);
-        std::memcpy(&v.d, &bits, sizeof v.d);
-        break;
-    }
-    default:
-        v.i = vok_get_reg_default_int32(d, kind, index, s);
-        break;
-    }
-    return v;
 }
 
 int show_register(const ConfigOptions &o, const std::string &name) {
@@ -391,28 +298,71 @@ int show_register(const ConfigOptions &o, const std::string &name) {
     const VOK_DICT *d = dict.d;
     uint32_t kind = 0, index = 0;
     if (!find_register(d, name, kind, index)) {
-        std::cerr << "ryn dict: " << config_title(d) << " has no register '" << name
+        err() << "ryn dict: " << config_title(d) << " has no register '" << name
                   << "' (try: ryn dict search " << name << ")\n";
         return exit_line_failed;
     }
     const int length = vok_get_register_length(d, kind, index);
     const char *alias = vok_get_register_name(d, 1, kind, index, 0);
-    std::cout << register_name(d, kind, index);
-    if (alias != nullptr) std::cout << " (" << alias << ")";
-    std::cout << "  " << config_title(d) << '\n';
-    std::cout << "  description  " << or_dash(vok_get_register_name(d, 2, kind, index, 0)) << '\n';
-    std::cout << "  class        " << or_dash(vok_get_register_class(d, 1, kind, index)) << '\n';
-    std::cout << "  type         " << or_dash(vok_get_type_name(d, 1, kind)) << " ("
+    if (as_json) {
+        nlohmann::ordered_json j;
+        j["register"] = register_name(d, kind, index);
+        j["alias"] = alias != nullptr ? alias : "";
+        j["configuration"] = config_title(d);
+        j["description"] = or_dash(vok_get_register_name(d, 2, kind, index, 0));
+        j["class"] = or_dash(vok_get_register_class(d, 1, kind, index));
+        j["type"] = or_dash(vok_get_type_name(d, 1, kind));
+        j["value_class"] = class_name(kind);
+        j["elements"] = length;
+        if (vok_is_vector_kind(kind)) {
+            j["rows"] = vok_get_register_rows(d, kind, index);
+            j["columns"] = vok_get_register_columns(d, kind, index);
+        }
+        j["format"] = format_name(vok_get_register_format(d, kind, index, 0));
+        j["iso_unit"] = vok_get_register_iso_unit(d, kind, index);
+        nlohmann::ordered_json elements = nlohmann::ordered_json::array();
+        for (int s = 0; s < length; ++s) {
+            const auto sub = static_cast<uint32_t>(s);
+            const int f = vok_get_register_format(d, kind, index, sub);
+            nlohmann::ordered_json e;
+            e["element"] = s;
+            e["range"] = range_text(kind, f, reg_limit(d, kind, index, sub, false),
+                                    reg_limit(d, kind, index, sub, true));
+            e["default"] = value_text(kind, f, reg_default(d, kind, index, sub));
+            e["writable"] = vok_register_writable(d, kind, index, sub) != 0;
+            e["reserved"] = vok_element_is_reserved(d, kind, index, sub) != 0;
+            if (int id = vok_get_reg_enum(d, kind, index, sub); id != 0) {
+                nlohmann::ordered_json entries = nlohmann::ordered_json::array();
+                for (int k = 0; k < vok_get_enum_count(d, id); ++k)
+                    if (vok_enum_entry_for_reg(d, k, kind, index, sub))
+                        entries.push_back({{"value", value_text(kind, f, enum_value(d, kind, id, k))},
+                                           {"name", or_dash(vok_get_enum_entry_name(d, id, k))},
+                                           {"mask", vok_enum_entry_is_mask(d, id, k) != 0},
+                                           {"parent", vok_get_enum_entry_parent(d, id, k)}});
+                e["enumeration"] = entries;
+            }
+            elements.push_back(e);
+        }
+        j["element_list"] = elements;
+        write_json(j);
+        return exit_ok;
+    }
+    out() << register_name(d, kind, index);
+    if (alias != nullptr) out() << " (" << alias << ")";
+    out() << "  " << config_title(d) << '\n';
+    out() << "  description  " << or_dash(vok_get_register_name(d, 2, kind, index, 0)) << '\n';
+    out() << "  class        " << or_dash(vok_get_register_class(d, 1, kind, index)) << '\n';
+    out() << "  type         " << or_dash(vok_get_type_name(d, 1, kind)) << " ("
               << class_name(kind) << "): " << or_dash(vok_get_type_name(d, 2, kind)) << '\n';
-    std::cout << "  elements     " << length;
+    out() << "  elements     " << length;
     if (vok_is_vector_kind(kind))
-        std::cout << format(" (%d x %d)", vok_get_register_rows(d, kind, index),
+        out() << format(" (%d x %d)", vok_get_register_rows(d, kind, index),
                             vok_get_register_columns(d, kind, index));
-    std::cout << '\n';
+    out() << '\n';
     const int display = vok_get_register_format(d, kind, index, 0);
-    std::cout << "  format       " << format_name(display) << '\n';
+    out() << "  format       " << format_name(display) << '\n';
     if (int unit = vok_get_register_iso_unit(d, kind, index))
-        std::cout << "  iso unit     " << unit << '\n';
+        out() << "  iso unit     " << unit << '\n';
     // Elements described alike are shown once, as a range of element numbers.
     std::string previous;
     int first = 0;
@@ -420,7 +370,7 @@ int show_register(const ConfigOptions &o, const std::string &name) {
         if (previous.empty()) return;
         const std::string which =
             first == last ? format("element %d", first) : format("elements %d..%d", first, last);
-        std::cout << format("  %-12s ", which.c_str()) << previous;
+        out() << format("  %-12s ", which.c_str()) << previous;
     };
     for (int s = 0; s < length; ++s) {
         const auto sub = static_cast<uint32_t>(s);
@@ -451,41 +401,32 @@ int show_register(const ConfigOptions &o, const std::string &name) {
 
 // ---- commands ----
 
-Value param_limit(const VOK_DICT *d, uint32_t c, int p, uint32_t kind, bool max) {
-    Value v;
-    switch (kind & 0x60) {
-    case 0x20:
-        v.d = max ? vok_get_param_max_float(d, c, p) : vok_get_param_min_float(d, c, p);
-        break;
-    case 0x40:
-        v.i = max ? vok_get_param_max_int64(d, c, p) : vok_get_param_min_int64(d, c, p);
-        break;
-    case 0x60:
-        v.d = max ? vok_get_param_max_double(d, c, p) : vok_get_param_min_double(d, c, p);
-        break;
-    default:
-        v.i = max ? vok_get_param_max_int32(d, c, p) : vok_get_param_min_int32(d, c, p);
-        break;
-    }
-    return v;
+Table command_table() {
+    return {{"NUMBER", "PAGE", "NAME", "PARAMS", "DESCRIPTION"}, {true, true, false, true}, {}};
+}
+
+void command_line(Table &t, const VOK_DICT *d, uint32_t cmd) {
+    t.add({format("%u", cmd), format("%u.%u", cmd >> 8, cmd & 0xFF), command_name(d, cmd),
+           format("%d", vok_get_param_count(d, cmd)), or_dash(vok_get_command_name(d, 2, cmd))});
 }
 
 int commands(const ConfigOptions &o, bool all) {
     Dict dict;
     if (int rc = open_dict(o, dict)) return rc;
     const VOK_DICT *d = dict.d;
-    std::cout << config_title(d) << "\n\n"
-              << format("  %-6s %-5s %-8s %6s  %s\n", "NUMBER", "PAGE", "NAME", "PARAMS",
-                        "DESCRIPTION");
+    Table t = command_table();
     for (int32_t c = vok_get_next_command(d, 0); c >= 0;
          c = vok_get_next_command(d, uint32_t(c) + 1)) {
         const auto cmd = static_cast<uint32_t>(c);
-        const char *name = vok_get_command_name(d, 1, cmd);
-        if (name == nullptr && !all) continue;
-        std::cout << format("  %-6u %2u.%-3u %-8s %6d  %s\n", cmd, cmd >> 8, cmd & 0xFF,
-                            command_name(d, cmd).c_str(), vok_get_param_count(d, cmd),
-                            or_dash(vok_get_command_name(d, 2, cmd)));
+        if (vok_get_command_name(d, 1, cmd) == nullptr && !all) continue;
+        command_line(t, d, cmd);
     }
+    if (as_json) {
+        write_json({{"configuration", config_title(d)}, {"commands", t.json()}});
+        return exit_ok;
+    }
+    out() << config_title(d) << "\n\n";
+    t.print();
     return exit_ok;
 }
 
@@ -495,16 +436,53 @@ int show_command(const ConfigOptions &o, const std::string &text) {
     const VOK_DICT *d = dict.d;
     uint32_t cmd = 0;
     if (!find_command(d, text, cmd)) {
-        std::cerr << "ryn dict: " << config_title(d) << " has no command '" << text
+        err() << "ryn dict: " << config_title(d) << " has no command '" << text
                   << "' (try: ryn dict commands)\n";
         return exit_line_failed;
     }
-    std::cout << command_name(d, cmd)
+    if (as_json) {
+        nlohmann::ordered_json j;
+        j["command"] = command_name(d, cmd);
+        j["number"] = cmd;
+        j["configuration"] = config_title(d);
+        j["description"] = or_dash(vok_get_command_name(d, 2, cmd));
+        j["takes_lists"] = vok_command_has_vector_params(d, cmd) != 0;
+        nlohmann::ordered_json params = nlohmann::ordered_json::array();
+        for (int p = 0; p < vok_get_param_count(d, cmd); ++p) {
+            const uint32_t kind = vok_get_param_kind(d, cmd, p);
+            const int display = vok_get_param_format(d, cmd, p);
+            nlohmann::ordered_json e;
+            e["parameter"] = p + 1;
+            e["name"] = or_dash(vok_get_param_name(d, cmd, p));
+            e["value_class"] = class_name(kind);
+            e["format"] = format_name(display);
+            e["range"] = range_text(kind, display, param_limit(d, cmd, p, kind, false),
+                                    param_limit(d, cmd, p, kind, true));
+            e["list"] = vok_param_is_vector(d, cmd, p) != 0;
+            e["iso_unit"] = vok_get_param_iso_unit(d, cmd, p);
+            if (int id = vok_get_param_enum(d, cmd, p); id != 0) {
+                nlohmann::ordered_json entries = nlohmann::ordered_json::array();
+                for (int k = 0; k < vok_get_enum_count(d, id); ++k)
+                    if (vok_enum_entry_for_param(d, k, cmd, p))
+                        entries.push_back(
+                            {{"value", value_text(kind, display, enum_value(d, kind, id, k))},
+                             {"name", or_dash(vok_get_enum_entry_name(d, id, k))},
+                             {"mask", vok_enum_entry_is_mask(d, id, k) != 0},
+                             {"parent", vok_get_enum_entry_parent(d, id, k)}});
+                e["enumeration"] = entries;
+            }
+            params.push_back(e);
+        }
+        j["parameters"] = params;
+        write_json(j);
+        return exit_ok;
+    }
+    out() << command_name(d, cmd)
               << format(" (command %u, page %u number %u)  ", cmd, cmd >> 8, cmd & 0xFF)
               << config_title(d) << '\n';
-    std::cout << "  description  " << or_dash(vok_get_command_name(d, 2, cmd)) << '\n';
+    out() << "  description  " << or_dash(vok_get_command_name(d, 2, cmd)) << '\n';
     const int count = vok_get_param_count(d, cmd);
-    std::cout << "  parameters   " << count
+    out() << "  parameters   " << count
               << (vok_command_has_vector_params(d, cmd) ? " (takes lists in brackets)" : "")
               << '\n';
     // Parameters described alike (the value slots of a list command) are shown once, as a range.
@@ -514,7 +492,7 @@ int show_command(const ConfigOptions &o, const std::string &text) {
         if (previous.empty()) return;
         const std::string which =
             first == last ? format("%d", first + 1) : format("%d..%d", first + 1, last + 1);
-        std::cout << format("  %-5s ", which.c_str()) << previous;
+        out() << format("  %-5s ", which.c_str()) << previous;
     };
     for (int p = 0; p < count; ++p) {
         const uint32_t kind = vok_get_param_kind(d, cmd, p);
@@ -553,36 +531,35 @@ int search(const ConfigOptions &o, const std::string &text) {
     if (int rc = open_dict(o, dict)) return rc;
     const VOK_DICT *d = dict.d;
     const std::string wanted = upper(text);
-    int found = 0;
+    Table registers = register_table();
     for (uint32_t k = 0; k < VOK_TYPE_COUNT; ++k) {
         if (vok_get_type_name(d, 1, k) == nullptr) continue;
         for (int32_t i = vok_get_next_index(d, k, 0); i >= 0;
              i = vok_get_next_index(d, k, uint32_t(i) + 1)) {
             const auto index = static_cast<uint32_t>(i);
-            if (!contains(register_name(d, k, index).c_str(), wanted) &&
-                !contains(vok_get_register_name(d, 1, k, index, 0), wanted))
-                continue;
-            if (found++ == 0)
-                std::cout << format("  %-8s %-12s %4s  %-11s %-5s %s\n", "REGISTER", "ALIAS",
-                                    "ELEM", "FORMAT", "ACCESS", "DESCRIPTION");
-            register_line(d, k, index);
+            if (contains(register_name(d, k, index).c_str(), wanted) ||
+                contains(vok_get_register_name(d, 1, k, index, 0), wanted))
+                register_line(registers, d, k, index);
         }
     }
-    int commands_found = 0;
+    Table commands = command_table();
     for (int32_t c = vok_get_next_command(d, 0); c >= 0;
-         c = vok_get_next_command(d, uint32_t(c) + 1)) {
-        const auto cmd = static_cast<uint32_t>(c);
-        const char *name = vok_get_command_name(d, 1, cmd);
-        if (!contains(name, wanted)) continue;
-        if (commands_found++ == 0)
-            std::cout << (found > 0 ? "\n" : "")
-                      << format("  %-6s %-8s %6s  %s\n", "NUMBER", "NAME", "PARAMS", "DESCRIPTION");
-        std::cout << format("  %-6u %-8s %6d  %s\n", cmd, name, vok_get_param_count(d, cmd),
-                            or_dash(vok_get_command_name(d, 2, cmd)));
+         c = vok_get_next_command(d, uint32_t(c) + 1))
+        if (contains(vok_get_command_name(d, 1, uint32_t(c)), wanted))
+            command_line(commands, d, uint32_t(c));
+    const bool found = !registers.rows.empty() || !commands.rows.empty();
+    if (as_json) {
+        write_json({{"configuration", config_title(d)},
+                    {"registers", registers.json()},
+                    {"commands", commands.json()}});
+    } else if (found) {
+        if (!registers.rows.empty()) registers.print();
+        if (!registers.rows.empty() && !commands.rows.empty()) out() << '\n';
+        if (!commands.rows.empty()) commands.print();
     }
-    if (found + commands_found > 0) return exit_ok;
-    std::cerr << "ryn dict: no register, alias or command of " << config_title(d) << " contains '"
-              << text << "'\n";
+    if (found) return exit_ok;
+    err() << "ryn dict: no register, alias or command of " << config_title(d) << " contains '"
+          << text << "'\n";
     return exit_line_failed;
 }
 
@@ -596,52 +573,79 @@ void add_dict(CLI::App &app, int &exit_code) {
     auto words = std::make_shared<std::vector<std::string>>();
     auto word = std::make_shared<std::string>();
     auto all = std::make_shared<bool>(false);
+    // Every listing takes --json; the callbacks load the family first when --family is given.
+    auto common = [](CLI::App *sub, const char *examples) {
+        sub->add_flag("-j,--json", as_json, "Write the listing as JSON")->group("Output");
+        sub->footer(std::string("Examples:\n") + examples);
+    };
+    auto family_loaded = [o, &exit_code]() {
+        std::string error;
+        if (o->family.empty() || load_family(o->family, error)) return true;
+        err() << "ryn dict: " << error << '\n';
+        exit_code = exit_usage;
+        return false;
+    };
 
-    dict->add_subcommand("products", "The family's drive products and extension cards")
-        ->callback([&exit_code] { exit_code = products(); });
+    CLI::App *p = dict->add_subcommand("products", "The family's drive products and extension cards");
+    add_family_option(*p, o->family);
+    common(p, "  ryn dict products\n  ryn dict products --json");
+    p->callback([&exit_code, family_loaded] {
+        if (family_loaded()) exit_code = products();
+    });
 
     CLI::App *v = dict->add_subcommand("versions", "The versions of one drive product");
     v->add_option("product", *word, "Product name or number")->required();
-    v->callback([&exit_code, word] { exit_code = versions(*word); });
+    add_family_option(*v, o->family);
+    common(v, "  ryn dict versions ORX-D32\n  ryn dict versions 34 --json");
+    v->callback([&exit_code, word, family_loaded] {
+        if (family_loaded()) exit_code = versions(*word);
+    });
 
     CLI::App *t = dict->add_subcommand("types", "Register types of a configuration");
     add_config_options(*t, *o, false);
+    common(t, "  ryn dict types\n  ryn dict types --product ORX-D34 --ext IOX-8");
     t->callback([&exit_code, o] { exit_code = types(*o); });
 
     CLI::App *r = dict->add_subcommand("registers", "Registers of a configuration, by type");
     r->add_option("type", *words, "Register types to list (default: all), such as K KF X");
     add_config_options(*r, *o, false);
+    common(r, "  ryn dict registers K\n  ryn dict registers K KF --product ORX-D34 --json");
     r->callback([&exit_code, o, words] { exit_code = registers(*o, *words); });
 
     CLI::App *one = dict->add_subcommand(
         "register", "One register: alias, elements, format, range, enumeration, default, access");
-    one->add_option("name", *word, "Register name (K12) or alias (MODE)")->required();
+    one->add_option("name", *word, "Register name (K12, SD1) or alias (MODE)")->required();
     add_config_options(*one, *o, false);
+    common(one, "  ryn dict register MODE\n  ryn dict register K12 --json\n  ryn dict register SD1");
     one->callback([&exit_code, o, word] { exit_code = show_register(*o, *word); });
 
     CLI::App *c = dict->add_subcommand("commands", "Commands of a configuration");
     c->add_flag("-a,--all", *all, "Also the unnamed assignment and operator commands");
     add_config_options(*c, *o, false);
+    common(c, "  ryn dict commands\n  ryn dict commands --all --json");
     c->callback([&exit_code, o, all] { exit_code = commands(*o, *all); });
 
     CLI::App *cmd =
         dict->add_subcommand("command", "One command: parameters, ranges, enumerations");
     cmd->add_option("command", *word, "Command name (MVE) or number (160)")->required();
     add_config_options(*cmd, *o, false);
+    common(cmd, "  ryn dict command MVE\n  ryn dict command 124 --json");
     cmd->callback([&exit_code, o, word] { exit_code = show_command(*o, *word); });
 
     CLI::App *s = dict->add_subcommand("search", "Registers and commands whose name or alias "
                                                  "contains a text");
     s->add_option("text", *word, "Text to look for (any case)")->required();
     add_config_options(*s, *o, false);
+    common(s, "  ryn dict search pos\n  ryn dict search vel --json");
     s->callback([&exit_code, o, word] { exit_code = search(*o, *word); });
     dict->footer("Examples:\n"
                  "  ryn dict products\n"
                  "  ryn dict registers K --product ORX-D34\n"
                  "  ryn dict register MODE\n"
                  "  ryn dict command MVE\n"
-                 "  ryn dict search pos\n"
-                 "Exit status: 0 found, 1 nothing found, 2 bad usage or unknown configuration.");
+                 "  ryn dict search pos --json\n"
+                 "Exit status: 0 found, 1 nothing found, 2 bad usage or unknown configuration,\n"
+                 "4 the output could not be written.");
 }
 
 } // namespace ryn::cli
