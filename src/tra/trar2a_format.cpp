@@ -88,8 +88,8 @@ RegisterAddress command_register(uint32_t tag, uint32_t word) {
 }
 
 RegisterAddress element_register(uint32_t tag, uint64_t value) {
-    RegisterRef r = decode_element(value);
-    return {tag & KIND_WORD_MASK, static_cast<uint32_t>(value), r.index, r.subscript, r.axis, true};
+    ElementRef r = decode_element(value);
+    return {tag & KIND_WORD_MASK, static_cast<uint32_t>(value), r.index, r.element, 0, true};
 }
 
 RegisterAddress element_value_register(uint32_t tag, uint64_t value) {

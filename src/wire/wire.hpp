@@ -294,12 +294,7 @@ constexpr uint64_t encode_element_value_register(uint32_t index, uint32_t row, u
     return uint64_t(index & 0xFFFFFF) | uint64_t(row & 0xFFFFFF) << 24 |
            uint64_t(axis & 0x7F) << 56;
 }
-// The two 64-bit forms read back: an element reference (index, element, axis 0) and a register
-// value (index, row, axis field).
-constexpr RegisterRef decode_element(uint64_t value) {
-    return {static_cast<uint32_t>(value & 0xFFFFFF), static_cast<uint32_t>(value >> 24 & 0xFFFFFF),
-            0};
-}
+// A register value of an element assignment read back: index, row, axis field.
 constexpr RegisterRef decode_element_value_register(uint64_t value) {
     return {static_cast<uint32_t>(value & 0xFFFFFF), static_cast<uint32_t>(value >> 24 & 0xFFFFFF),
             static_cast<uint32_t>(value >> 56 & 0x7F)};

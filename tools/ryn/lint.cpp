@@ -194,7 +194,7 @@ void command_parameters(const VOK_DICT *d, const ScannedLine &s, const Translate
     if (page > 5) return;
     const auto cmd = static_cast<int32_t>(page * 256 + r.command_byte());
     if (wire::is_assignment(cmd) || wire::is_compound(cmd) || cmd == wire::CMD_CONVERT ||
-        cmd == wire::CMD_STEP || cmd == wire::CMD_INCREMENT || cmd == wire::CMD_DECREMENT)
+        cmd == wire::CMD_STEP || cmd == wire::CMD_STEP_ADD || cmd == wire::CMD_STEP_SUBTRACT)
         return;
     const auto command = static_cast<uint32_t>(cmd);
     if (!vok_command_exists(d, command) || vok_command_has_vector_params(d, command)) return;
