@@ -74,7 +74,7 @@ struct Call {
 } // namespace
 
 struct TcpTransport::Link {
-    asio::io_context io;
+    asio::io_context io{1}; // one thread runs it
     tcp::socket socket{io};
     asio::steady_timer watch{io};
     std::thread thread;

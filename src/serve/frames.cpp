@@ -120,12 +120,24 @@ bool same_token(std::string_view expected, std::string_view given) {
     return diff == 0;
 }
 
+namespace {
+
+// "'TEXT': what", built by appending (g++ 12 at -O3 warns of the same built with operator+).
+std::string quoted(std::string_view text, const char *what) {
+    std::string s;
+    s.reserve(text.size() + 80);
+    s.append("'").append(text).append("': ").append(what);
+    return s;
+}
+
+} // namespace
+
 bool parse_listen(std::string_view text, std::string *host, uint16_t *port, std::string *why) {
     std::string_view port_text;
     if (text.starts_with("[")) {
         const std::size_t close = text.find(']');
         if (close == std::string_view::npos || close + 1 >= text.size() || text[close + 1] != ':') {
-            *why = "'" + std::string(text) + "': an IPv6 address is written [ADDRESS]:PORT";
+            *why = quoted(text, "an IPv6 address is written [ADDRESS]:PORT");
             return false;
         }
         *host = std::string(text.substr(1, close - 1));
@@ -133,7 +145,7 @@ bool parse_listen(std::string_view text, std::string *host, uint16_t *port, std:
     } else {
         const std::size_t colon = text.rfind(':');
         if (colon == std::string_view::npos || text.find(':') != colon) {
-            *why = "'" + std::string(text) + "': the address to listen on is ADDRESS:PORT";
+            *why = quoted(text, "the address to listen on is ADDRESS:PORT");
             return false;
         }
         *host = std::string(text.substr(0, colon));
@@ -146,9 +158,8 @@ bool parse_listen(std::string_view text, std::string *host, uint16_t *port, std:
         value = value * 10 + static_cast<uint32_t>(c - '0');
     }
     if (!ok || value > 65535) {
-        *why = "'" + std::string(text) +
-               "': the address to listen on is ADDRESS:PORT, the port 0 to "
-               "65535 (0: any free port)";
+        *why = quoted(text, "the address to listen on is ADDRESS:PORT, the port 0 to 65535 (0: "
+                            "any free port)");
         return false;
     }
     *port = static_cast<uint16_t>(value);

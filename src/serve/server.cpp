@@ -84,7 +84,7 @@ struct Server::State {
     ~State();
 
     Options options;
-    asio::io_context io;
+    asio::io_context io{1}; // one thread runs it
     tcp::acceptor acceptor{io};
     asio::signal_set signals{io};
     asio::steady_timer lock_timer{io};
