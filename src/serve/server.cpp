@@ -262,14 +262,15 @@ void Server::State::close_session(Session &s, const std::string &why) {
     s.hello_timer.cancel();
     log("client " + s.peer + " " + why);
     const uint64_t id = s.id;
-    sessions.erase(id); // the handlers in flight keep the session until they end
+    const std::string peer = s.peer;
+    sessions.erase(id); // s may be gone from here on
     bool changed = false;
     for (auto it = waiting.begin(); it != waiting.end();)
         it = it->session == id ? (changed = true, waiting.erase(it)) : it + 1;
     if (holder == id) {
         holder = 0;
         depth = 0;
-        log("client " + s.peer + ": its lock released");
+        log("client " + peer + ": its lock released");
         changed = true;
     }
     if (changed) run_waiting();
