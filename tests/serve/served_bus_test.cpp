@@ -6,6 +6,7 @@
 #include <spawn.h>
 #include <sys/wait.h>
 
+#include <atomic>
 #include <cstdio>
 #include <future>
 
@@ -369,7 +370,7 @@ class SilentServer {
         }
     }
     int listen_fd_ = -1;
-    int conn_ = -1;
+    std::atomic<int> conn_{-1}; // set by the serving thread, shut down by the destructor
     std::thread thread_;
 };
 
