@@ -96,6 +96,14 @@ int Port::receive(void **ticket, uint8_t *buffer, int capacity, int timeout_ms) 
         if (now >= deadline) return OXB_ENOTHING;
         Clock::time_point wake = deadline;
         if (!queue_.empty()) wake = std::min(wake, queue_.front()->due);
+        if (bus_->receivers_read() && queue_.empty()) {
+            // This thread reads the connection itself until its answer is there.
+            lk.unlock();
+            bus_->pump(this, wake);
+            lk.lock();
+            now = Clock::now();
+            continue;
+        }
         ++waiting_;
         if (wake == Clock::time_point::max())
             cv_.wait(lk);
@@ -109,13 +117,18 @@ int Port::receive(void **ticket, uint8_t *buffer, int capacity, int timeout_ms) 
 void Port::fail(int code) {
     std::lock_guard lk(mu_);
     failed_ = code;
+    done_.store(true, std::memory_order_release);
     cv_.notify_all();
 }
 
 void Port::close() {
-    bus_->port_closed(this);
+    {
+        std::lock_guard lk(mu_);
+        closed_ = true;
+        done_.store(true, std::memory_order_release);
+    }
+    bus_->port_closed(this); // wakes a receiver that pumps
     std::lock_guard lk(mu_);
-    closed_ = true;
     queue_.clear();
     spare_.clear();
     size_.store(0, std::memory_order_relaxed);
@@ -240,7 +253,7 @@ bool Events::call(void *owner, int axis, int event, std::unique_lock<std::mutex>
 
 Bus::Bus(std::unique_ptr<Transport> transport, OXB_BUS *handle)
     : handle_(handle), epoch_(Clock::now()), transport_(std::move(transport)),
-      events_(std::make_shared<Events>(handle)) {
+      receivers_read_(transport_->receivers_read()), events_(std::make_shared<Events>(handle)) {
     transport_->attach_host(this);
     Events::start(events_);
 }

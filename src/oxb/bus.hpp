@@ -50,6 +50,10 @@ class Port {
     void fail(int code);
     // Whether the port still has room for more answers.
     bool has_room() const;
+    // Whether an answer waits, or the port is closed or failed: a pumping receiver stops then.
+    bool has_news() const {
+        return size_.load(std::memory_order_acquire) > 0 || done_.load(std::memory_order_acquire);
+    }
 
     Bus &bus() const { return *bus_; }
     const std::shared_ptr<Bus> &bus_ptr() const { return bus_; }
@@ -64,6 +68,7 @@ class Port {
     std::condition_variable cv_;
     bool closed_ = false;
     int failed_ = 0;
+    std::atomic<bool> done_{false}; // closed or failed
     int waiting_ = 0;
     uint64_t seq_ = 0;
     std::atomic<std::size_t> size_{0};
@@ -146,6 +151,8 @@ class Bus final : public TransportHost {
     int check_types(const uint8_t *types, int count, uint8_t *allowed);
     // Tells the transport of a port opened or being closed (without the bus mutex).
     void port_opened(Port *port) { transport_->port_opened(port); }
+    bool receivers_read() const { return receivers_read_; }
+    void pump(Port *port, Clock::time_point until) { transport_->pump(port, until); }
     void port_closed(Port *port) { transport_->port_closed(port); }
     int register_handler(void *owner, uint64_t axes, int selector, OXB_HANDLER handler,
                          void *context);
@@ -177,6 +184,7 @@ class Bus final : public TransportHost {
     std::thread::id owner_;
     int depth_ = 0;
     std::unique_ptr<Transport> transport_;
+    const bool receivers_read_;
     std::shared_ptr<Events> events_;
 };
 

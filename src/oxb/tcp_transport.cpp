@@ -1,12 +1,19 @@
-// The tcp:// transport: the hello, records written as frames by the sending thread, and a reader
-// thread that delivers answers, events and replies; a lost connection fails every port and every
-// waiting call, and a record the server leaves unanswered is answered by the bus itself.
+// The tcp:// transport: the hello, records written as frames by the sending thread, and the
+// reading of the connection by whichever thread needs it: a receiver waiting for its answer reads
+// the socket itself (its answer wakes no other thread), and a reader thread of the transport reads
+// when no receiver has for a little while, for events, replies and other ports. A lost connection
+// fails every port and every waiting call; a record the server leaves unanswered is answered by
+// the bus itself.
 #include "tcp_transport.hpp"
 
+#include <poll.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <asio.hpp>
+#include <atomic>
 #include <cerrno>
 #include <condition_variable>
 #include <cstring>
@@ -24,8 +31,11 @@ namespace {
 
 using asio::ip::tcp;
 
-// How often the reader looks for records whose answer is overdue.
+// How often the readers look for records whose answer is overdue; the longest single wait on the
+// socket.
 constexpr auto WATCH_PERIOD = std::chrono::milliseconds(50);
+// How long the reader thread leaves the socket to the receivers after one of them last read it.
+constexpr auto RECEIVER_GRACE = std::chrono::milliseconds(5);
 // Bytes the reader asks the socket for at once.
 constexpr std::size_t READ_CHUNK = 64 * 1024;
 // Most bytes waiting to be written before further sends are refused.
@@ -74,11 +84,12 @@ struct Call {
 } // namespace
 
 struct TcpTransport::Link {
-    asio::io_context io{1}; // one thread runs it
+    // Used for the connection and the hello only.
+    asio::io_context io{1};
     tcp::socket socket{io};
-    asio::steady_timer watch{io};
-    std::thread thread;
+
     int fd = -1;
+    int wake_fd = -1; // an eventfd that ends a reader's poll: stop, lost, port closed, writing
     int timeout_ms = 0;
     uint32_t answer_ms = 0;
     std::string origin; // "tcp://host:port", the start of messages
@@ -92,15 +103,32 @@ struct TcpTransport::Link {
     std::unordered_map<uint64_t, InFlight> inflight;
     std::unordered_map<uint64_t, Call *> calls;
     std::vector<Port *> ports;
-    std::vector<uint8_t> outbox; // bytes not yet written
-    bool writing = false;        // the reader thread writes the outbox out
+    std::vector<uint8_t> outbox; // bytes the socket did not take yet
+    bool writing = false;        // the outbox is written out by the readers as the socket drains
+    Clock::time_point watched;   // the last look for overdue answers
 
-    // Reader thread only.
-    std::vector<uint8_t> sending;
-    std::vector<uint8_t> in = std::vector<uint8_t>(READ_CHUNK);
+    // Who reads: the reader thread, or a receiver (pump), one at a time.
+    std::timed_mutex read_mu;
+    std::vector<uint8_t> in = std::vector<uint8_t>(READ_CHUNK); // under read_mu
     std::size_t in_used = 0;
-    bool stopping = false;
+    std::atomic<int> wanted{0};            // receivers waiting for read_mu
+    std::atomic<bool> thread_polls{false}; // the reader thread waits in poll with read_mu
+    std::atomic<int64_t> last_pump{0};     // when a receiver last read, ns on the clock
+    std::atomic<bool> stop{false};
+    std::mutex thread_mu;
+    std::condition_variable thread_cv; // urgent work for the reader thread, or stop
+    int urgent = 0;                    // calls waiting for a reply
+    std::thread thread;
 
+    ~Link() {
+        if (wake_fd >= 0) ::close(wake_fd);
+        if (fd >= 0) ::close(fd);
+    }
+
+    void kick() {
+        const uint64_t one = 1;
+        [[maybe_unused]] const ssize_t n = ::write(wake_fd, &one, sizeof one);
+    }
     // With mu held: writes one frame, at once when nothing waits before it, else after what
     // waits. Returns 0, OXB_ELOST or OXB_EQUEUEFULL.
     int write_locked(const uint8_t *frame, std::size_t size);
@@ -110,13 +138,15 @@ struct TcpTransport::Link {
     int call_locked(std::unique_lock<std::mutex> &lk, uint16_t type, int32_t arg,
                     const uint8_t *extra, uint32_t extra_size, int wait_ms, uint8_t *payload);
 
-    // Reader thread.
-    void start_read();
-    void on_read(std::size_t n);
+    // With read_mu held: one wait on the socket of at most `wait`, then what it brings read and
+    // delivered, the outbox written, overdue answers given.
+    void read_once(std::chrono::milliseconds wait);
+    bool dispatch(std::size_t n);
     bool handle(uint16_t type, const uint8_t *body, uint32_t size, Clock::time_point now);
-    void flush();
-    void start_watch();
-    void close_socket();
+    void flush_locked();
+    void watch_locked(Clock::time_point now);
+    void run_thread();
+    void pump(Port *port, Clock::time_point until);
 };
 
 int TcpTransport::Link::write_locked(const uint8_t *frame, std::size_t size) {
@@ -139,11 +169,38 @@ int TcpTransport::Link::write_locked(const uint8_t *frame, std::size_t size) {
         return OXB_ELOST;
     }
     if (done == size) return 0;
-    // The socket is full: the reader thread writes the rest as the server takes it.
+    // The socket is full: the readers write the rest as the server takes it.
     outbox.insert(outbox.end(), frame + done, frame + size);
     writing = true;
-    asio::post(io, [this] { flush(); });
+    {
+        std::lock_guard tl(thread_mu);
+        ++urgent;
+    }
+    thread_cv.notify_one();
+    kick();
     return 0;
+}
+
+void TcpTransport::Link::flush_locked() {
+    std::size_t done = 0;
+    while (done < outbox.size()) {
+        const ssize_t n =
+            ::send(fd, outbox.data() + done, outbox.size() - done, MSG_DONTWAIT | MSG_NOSIGNAL);
+        if (n > 0) {
+            done += static_cast<std::size_t>(n);
+            continue;
+        }
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) break;
+        lose_locked();
+        return;
+    }
+    outbox.erase(outbox.begin(), outbox.begin() + static_cast<std::ptrdiff_t>(done));
+    if (outbox.empty() && writing) {
+        writing = false;
+        std::lock_guard tl(thread_mu);
+        --urgent;
+    }
 }
 
 void TcpTransport::Link::lose_locked() {
@@ -158,14 +215,8 @@ void TcpTransport::Link::lose_locked() {
     }
     outbox.clear();
     cv.notify_all();
-    asio::post(io, [this] { close_socket(); });
-}
-
-void TcpTransport::Link::close_socket() {
-    std::error_code ignored;
-    socket.shutdown(tcp::socket::shutdown_both, ignored);
-    socket.close(ignored);
-    watch.cancel();
+    ::shutdown(fd, SHUT_RDWR); // the server learns it at once; the descriptor stays until the end
+    kick();
 }
 
 int TcpTransport::Link::call_locked(std::unique_lock<std::mutex> &lk, uint16_t type, int32_t arg,
@@ -183,77 +234,78 @@ int TcpTransport::Link::call_locked(std::unique_lock<std::mutex> &lk, uint16_t t
     calls[id] = &call;
     int rc = write_locked(frame.data(), frame.size());
     if (rc == 0) {
+        // The reader thread reads at once for the reply, whatever the receivers do.
+        {
+            std::lock_guard tl(thread_mu);
+            ++urgent;
+        }
+        thread_cv.notify_one();
         auto done = [&] { return call.done; };
         if (wait_ms < 0)
             cv.wait(lk, done);
         else
             cv.wait_until(lk, Clock::now() + std::chrono::milliseconds(wait_ms), done);
         rc = !call.done ? OXB_ENOTHING : call.code;
+        std::lock_guard tl(thread_mu);
+        --urgent;
     }
     calls.erase(id);
     if (rc == 0 && payload != nullptr) std::memcpy(payload, call.payload, call.size);
     return rc;
 }
 
-void TcpTransport::Link::flush() {
+void TcpTransport::Link::read_once(std::chrono::milliseconds wait) {
+    bool want_out = false;
     {
         std::lock_guard lk(mu);
-        if (outbox.empty() || lost) {
-            writing = false;
-            return;
-        }
-        sending.swap(outbox);
-        outbox.clear();
+        if (lost) return;
+        want_out = writing;
     }
-    asio::async_write(socket, asio::buffer(sending), [this](std::error_code ec, std::size_t) {
-        if (ec) {
-            std::lock_guard lk(mu);
-            lose_locked();
-            return;
-        }
-        flush();
-    });
+    pollfd p[2] = {{fd, static_cast<short>(POLLIN | (want_out ? POLLOUT : 0)), 0},
+                   {wake_fd, POLLIN, 0}};
+    const int n = ::poll(p, 2, static_cast<int>(wait.count()));
+    if (n > 0 && (p[1].revents & POLLIN) != 0) {
+        uint64_t count = 0;
+        [[maybe_unused]] const ssize_t r = ::read(wake_fd, &count, sizeof count);
+    }
+    bool lost_now = false;
+    if (n > 0 && (p[0].revents & (POLLIN | POLLHUP | POLLERR)) != 0) {
+        const ssize_t got = ::recv(fd, in.data() + in_used, in.size() - in_used, MSG_DONTWAIT);
+        if (got > 0)
+            lost_now = !dispatch(static_cast<std::size_t>(got));
+        else if (got == 0 || (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR))
+            lost_now = true;
+    }
+    std::lock_guard lk(mu);
+    if (lost_now) lose_locked();
+    if (lost) return;
+    if (writing && n > 0 && (p[0].revents & POLLOUT) != 0) flush_locked();
+    const Clock::time_point now = Clock::now();
+    if (now - watched >= WATCH_PERIOD) watch_locked(now);
 }
 
-void TcpTransport::Link::start_read() {
-    socket.async_read_some(asio::buffer(in.data() + in_used, in.size() - in_used),
-                           [this](std::error_code ec, std::size_t n) {
-                               if (ec) {
-                                   std::lock_guard lk(mu);
-                                   lose_locked();
-                                   return;
-                               }
-                               on_read(n);
-                           });
-}
-
-void TcpTransport::Link::on_read(std::size_t n) {
+bool TcpTransport::Link::dispatch(std::size_t n) {
     in_used += n;
     std::size_t pos = 0;
     {
         std::lock_guard lk(mu);
-        if (lost) return;
+        if (lost) return true;
         const Clock::time_point now = Clock::now();
         while (in_used - pos >= wire::FRAME_HEADER_SIZE) {
             const wire::FrameHeader h = wire::load_frame_header(in.data() + pos);
             if (h.zero != 0 || h.size > wire::NET_MAX_BODY || wire::frame_fixed_size(h.type) == 0 ||
-                h.size < wire::frame_fixed_size(h.type)) {
-                lose_locked(); // not the protocol: nothing after it can be trusted
-                return;
-            }
+                h.size < wire::frame_fixed_size(h.type))
+                return false; // not the protocol: nothing after it can be trusted
             if (in_used - pos < wire::FRAME_HEADER_SIZE + h.size) break;
-            if (!handle(h.type, in.data() + pos + wire::FRAME_HEADER_SIZE, h.size, now)) {
-                lose_locked();
-                return;
-            }
+            if (!handle(h.type, in.data() + pos + wire::FRAME_HEADER_SIZE, h.size, now))
+                return false;
             pos += wire::FRAME_HEADER_SIZE + h.size;
         }
     }
     std::memmove(in.data(), in.data() + pos, in_used - pos);
     in_used -= pos;
-    start_read();
+    return true;
 }
-
 bool TcpTransport::Link::handle(uint16_t type, const uint8_t *body, uint32_t size,
                                 Clock::time_point now) {
     switch (type) {
@@ -311,31 +363,86 @@ bool TcpTransport::Link::handle(uint16_t type, const uint8_t *body, uint32_t siz
     return true;
 }
 
-void TcpTransport::Link::start_watch() {
-    watch.expires_after(WATCH_PERIOD);
-    watch.async_wait([this](std::error_code ec) {
-        if (ec || stopping) return;
+void TcpTransport::Link::watch_locked(Clock::time_point now) {
+    watched = now;
+    for (auto it = inflight.begin(); it != inflight.end();) {
+        if (it->second.deadline > now) {
+            ++it;
+            continue;
+        }
+        // The server has not answered in time: the bus answers the record itself.
+        alignas(8) uint8_t answer[wire::RECORD_MAX_SIZE];
+        wire::write_bus_answer(wire::ConstRecordView{it->second.request_header},
+                               wire::RecordView{answer});
+        if (it->second.port != nullptr)
+            it->second.port->post(it->second.ticket, wire::ConstRecordView{answer}, now, now);
+        it = inflight.erase(it);
+    }
+}
+
+int64_t ticks(Clock::time_point t) {
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(t.time_since_epoch()).count();
+}
+
+void TcpTransport::Link::run_thread() {
+    for (;;) {
         {
-            std::lock_guard lk(mu);
-            if (lost) return;
-            const Clock::time_point now = Clock::now();
-            for (auto it = inflight.begin(); it != inflight.end();) {
-                if (it->second.deadline > now) {
-                    ++it;
-                    continue;
-                }
-                // The server has not answered in time: the bus answers the record itself.
-                alignas(8) uint8_t answer[wire::RECORD_MAX_SIZE];
-                wire::write_bus_answer(wire::ConstRecordView{it->second.request_header},
-                                       wire::RecordView{answer});
-                if (it->second.port != nullptr)
-                    it->second.port->post(it->second.ticket, wire::ConstRecordView{answer}, now,
-                                          now);
-                it = inflight.erase(it);
+            // Receivers read for themselves: the thread leaves the socket to them while one has
+            // read lately, unless a call waits for its reply or the outbox waits.
+            std::unique_lock tl(thread_mu);
+            for (;;) {
+                if (stop.load() || urgent > 0) break;
+                const Clock::time_point resume =
+                    Clock::time_point{std::chrono::nanoseconds(last_pump.load())} + RECEIVER_GRACE;
+                const Clock::time_point now = Clock::now();
+                if (wanted.load() == 0 && now >= resume) break;
+                thread_cv.wait_until(tl, std::max(resume, now + std::chrono::milliseconds(1)));
             }
         }
-        start_watch();
-    });
+        if (stop.load()) return;
+        bool gone = false;
+        {
+            std::lock_guard lk(mu);
+            gone = lost;
+        }
+        if (gone) {
+            // Nothing more to read: the thread waits for the end.
+            std::unique_lock tl(thread_mu);
+            thread_cv.wait(tl, [&] { return stop.load(); });
+            return;
+        }
+        if (!read_mu.try_lock_for(WATCH_PERIOD)) continue;
+        thread_polls.store(true);
+        while (!stop.load() && wanted.load() == 0) {
+            read_once(WATCH_PERIOD);
+            std::lock_guard lk(mu);
+            if (lost) break;
+        }
+        thread_polls.store(false);
+        read_mu.unlock();
+    }
+}
+
+void TcpTransport::Link::pump(Port *port, Clock::time_point until) {
+    wanted.fetch_add(1);
+    if (thread_polls.load()) kick(); // the reader thread gives the socket up at once
+    const bool got = read_mu.try_lock_until(std::min(until, Clock::now() + WATCH_PERIOD));
+    wanted.fetch_sub(1);
+    if (!got) return; // the caller looks at its port and comes again
+    last_pump.store(ticks(Clock::now()));
+    while (!port->has_news() && !stop.load()) {
+        const Clock::time_point now = Clock::now();
+        if (now >= until) break;
+        {
+            std::lock_guard lk(mu);
+            if (lost) break;
+        }
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(until - now) +
+                          std::chrono::milliseconds(1);
+        read_once(std::min<std::chrono::milliseconds>(left, WATCH_PERIOD));
+    }
+    last_pump.store(ticks(Clock::now()));
+    read_mu.unlock();
 }
 
 namespace {
@@ -459,13 +566,12 @@ int TcpTransport::connect(const TcpAddress &address, std::unique_ptr<TcpTranspor
                                    ", this library " + std::to_string(wire::NET_VERSION));
     link->answer_ms = wire::load_u32(reply.data() + offsetof(wire::WelcomeBody, answer_ms));
 
-    // From here on the reader thread owns the context.
-    link->io.restart();
-    link->socket.non_blocking(true, ec);
-    link->fd = link->socket.native_handle();
-    link->start_read();
-    link->start_watch();
-    link->thread = std::thread([l = link.get()] { l->io.run(); });
+    // From here on the socket is read by the receivers and the reader thread, without asio.
+    link->fd = link->socket.release(ec);
+    link->wake_fd = ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+    if (ec || link->fd < 0 || link->wake_fd < 0) return fail(OXB_ESYSTEM, "no descriptor left");
+    link->watched = Clock::now();
+    link->thread = std::thread([l = link.get()] { l->run_thread(); });
     std::unique_ptr<TcpTransport> transport(new TcpTransport(link));
 
     std::unique_lock lk(link->mu);
@@ -496,11 +602,21 @@ TcpTransport::~TcpTransport() {
         std::lock_guard lk(l->mu);
         l->host = nullptr;
     }
-    asio::post(l->io, [l] {
-        l->stopping = true;
-        l->close_socket();
-    });
+    {
+        std::lock_guard tl(l->thread_mu);
+        l->stop.store(true);
+    }
+    l->thread_cv.notify_all();
+    l->kick();
     if (l->thread.joinable()) l->thread.join();
+}
+
+bool TcpTransport::receivers_read() const {
+    return true;
+}
+
+void TcpTransport::pump(Port *port, Clock::time_point until) {
+    link_->pump(port, until);
 }
 
 void TcpTransport::attach_host(TransportHost *host) {
@@ -627,6 +743,7 @@ void TcpTransport::port_closed(Port *port) {
     std::erase(link_->ports, port);
     for (auto &[id, f] : link_->inflight)
         if (f.port == port) f.port = nullptr;
+    link_->kick(); // a receiver of the port that reads the socket looks again
 }
 
 } // namespace ryn::oxb

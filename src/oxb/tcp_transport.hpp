@@ -1,7 +1,7 @@
 // The tcp:// transport: a bus served by another process (ryn sim serve) over one TCP connection.
-// Records go out as frames written by the sending thread; a thread of the transport reads the
-// server's answers, events and replies and hands them to the ports, the bus's event queue and the
-// threads that wait for a reply.
+// Records go out as frames written by the sending thread; the server's answers, events and replies
+// are read by a receiver that waits for its answer, or else by a thread of the transport, and
+// handed to the ports, the bus's event queue and the threads that wait for a reply.
 #pragma once
 
 #include <memory>
@@ -31,6 +31,8 @@ class TcpTransport final : public Transport {
     int check_types(const uint8_t *types, int count, uint8_t *allowed) override;
     int acquire_lock(int timeout_ms) override;
     void release_lock() override;
+    bool receivers_read() const override;
+    void pump(Port *port, Clock::time_point until) override;
     void port_opened(Port *port) override;
     void port_closed(Port *port) override;
 

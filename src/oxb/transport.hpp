@@ -75,6 +75,13 @@ class Transport {
     virtual int acquire_lock(int /*timeout_ms*/) { return 0; }
     // Gives back what acquire_lock took; called with the bus mutex held.
     virtual void release_lock() {}
+    // Whether a receiver that finds nothing on its port may read for the transport (pump) instead
+    // of sleeping until another thread posts an answer: the answer then wakes the thread that
+    // waits for it, not a thread of the transport.
+    virtual bool receivers_read() const { return false; }
+    // Reads and delivers what the connection brings until `port` holds an answer, the port is
+    // closed or failed, or `until`; called without the bus mutex and the port's lock.
+    virtual void pump(Port * /*port*/, Clock::time_point /*until*/) {}
     // A port of the bus was opened or is being closed; called without the bus mutex. A transport
     // that delivers answers from a thread of its own stops using a port once it is closed.
     virtual void port_opened(Port * /*port*/) {}

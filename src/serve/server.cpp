@@ -120,7 +120,8 @@ struct Server::State {
 
     void start_accept();
     void on_accept(tcp::socket socket);
-    void start_read(const std::shared_ptr<Session> &s);
+    void start_read(const std::shared_ptr<Session> &s, bool more);
+    void receive(const std::shared_ptr<Session> &s);
     void on_read(const std::shared_ptr<Session> &s, std::size_t n);
     // Handles one frame; false when the session was closed by it.
     bool handle(Session &s, const ClientFrame &f);
@@ -198,21 +199,41 @@ void Server::State::on_accept(tcp::socket socket) {
         if (!e && !s->ready)
             close_session(*s, "no hello within " + std::to_string(options.hello_ms) + " ms");
     });
-    start_read(s);
+    start_read(s, false);
 }
 
-void Server::State::start_read(const std::shared_ptr<Session> &s) {
-    s->socket.async_read_some(asio::buffer(s->in.data() + s->in_used, s->in.size() - s->in_used),
-                              [this, s](std::error_code ec, std::size_t n) {
-                                  if (s->closed) return;
-                                  if (ec) {
-                                      close_session(*s, ec == asio::error::eof
-                                                            ? "disconnected"
-                                                            : "disconnected: " + ec.message());
-                                      return;
-                                  }
-                                  on_read(s, n);
-                              });
+void Server::State::start_read(const std::shared_ptr<Session> &s, bool more) {
+    if (more) {
+        // The last read filled the buffer: more may wait without a new readiness event.
+        asio::post(io, [this, s] { receive(s); });
+        return;
+    }
+    // Readiness first, then one recv: asio's own read would try the socket before waiting,
+    // a system call that fails on every request of a request-and-reply client.
+    s->socket.async_wait(tcp::socket::wait_read, [this, s](std::error_code ec) {
+        if (s->closed) return;
+        if (ec) {
+            close_session(*s, "disconnected: " + ec.message());
+            return;
+        }
+        receive(s);
+    });
+}
+
+void Server::State::receive(const std::shared_ptr<Session> &s) {
+    if (s->closed) return;
+    const std::size_t room = s->in.size() - s->in_used;
+    const ssize_t n = ::recv(s->socket.native_handle(), s->in.data() + s->in_used, room, 0);
+    if (n > 0) {
+        on_read(s, static_cast<std::size_t>(n));
+        if (!s->closed) start_read(s, static_cast<std::size_t>(n) == room);
+    } else if (n == 0) {
+        close_session(*s, "disconnected");
+    } else if (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR) {
+        start_read(s, false);
+    } else {
+        close_session(*s, std::string("disconnected: ") + std::strerror(errno));
+    }
 }
 
 void Server::State::on_read(const std::shared_ptr<Session> &s, std::size_t n) {
@@ -238,7 +259,6 @@ void Server::State::on_read(const std::shared_ptr<Session> &s, std::size_t n) {
     if (s->closed) return;
     std::memmove(s->in.data(), s->in.data() + pos, s->in_used - pos);
     s->in_used -= pos;
-    start_read(s);
 }
 
 void Server::State::refuse(Session &s, int32_t code, const std::string &text) {
