@@ -107,12 +107,15 @@ struct TcpTransport::Link {
     bool writing = false;        // the outbox is written out by the readers as the socket drains
     Clock::time_point watched;   // the last look for overdue answers
 
-    // Who reads: the reader thread, or a receiver (pump), one at a time.
-    std::timed_mutex read_mu;
-    std::vector<uint8_t> in = std::vector<uint8_t>(READ_CHUNK); // under read_mu
+    // Who reads: the reader thread, or a receiver (pump), one at a time; the one that holds the
+    // read token owns `in` and `in_used`.
+    std::mutex token_mu;
+    std::condition_variable token_cv;
+    bool reading = false;
+    std::vector<uint8_t> in = std::vector<uint8_t>(READ_CHUNK);
     std::size_t in_used = 0;
-    std::atomic<int> wanted{0};            // receivers waiting for read_mu
-    std::atomic<bool> thread_polls{false}; // the reader thread waits in poll with read_mu
+    std::atomic<int> wanted{0};            // receivers waiting for the read token
+    std::atomic<bool> thread_polls{false}; // the reader thread waits in poll with the token
     std::atomic<int64_t> last_pump{0};     // when a receiver last read, ns on the clock
     std::atomic<bool> stop{false};
     std::mutex thread_mu;
@@ -125,6 +128,20 @@ struct TcpTransport::Link {
         if (fd >= 0) ::close(fd);
     }
 
+    // Takes the read token by `until`; false when another reader kept it.
+    bool take_token(Clock::time_point until) {
+        std::unique_lock tl(token_mu);
+        if (!token_cv.wait_until(tl, until, [&] { return !reading; })) return false;
+        reading = true;
+        return true;
+    }
+    void give_token() {
+        {
+            std::lock_guard tl(token_mu);
+            reading = false;
+        }
+        token_cv.notify_one();
+    }
     void kick() {
         const uint64_t one = 1;
         [[maybe_unused]] const ssize_t n = ::write(wake_fd, &one, sizeof one);
@@ -138,7 +155,7 @@ struct TcpTransport::Link {
     int call_locked(std::unique_lock<std::mutex> &lk, uint16_t type, int32_t arg,
                     const uint8_t *extra, uint32_t extra_size, int wait_ms, uint8_t *payload);
 
-    // With read_mu held: one wait on the socket of at most `wait`, then what it brings read and
+    // With the read token: one wait on the socket of at most `wait`, then what it brings read and
     // delivered, the outbox written, overdue answers given.
     void read_once(std::chrono::milliseconds wait);
     bool dispatch(std::size_t n);
@@ -411,7 +428,7 @@ void TcpTransport::Link::run_thread() {
             thread_cv.wait(tl, [&] { return stop.load(); });
             return;
         }
-        if (!read_mu.try_lock_for(WATCH_PERIOD)) continue;
+        if (!take_token(Clock::now() + WATCH_PERIOD)) continue;
         thread_polls.store(true);
         while (!stop.load() && wanted.load() == 0) {
             read_once(WATCH_PERIOD);
@@ -419,14 +436,14 @@ void TcpTransport::Link::run_thread() {
             if (lost) break;
         }
         thread_polls.store(false);
-        read_mu.unlock();
+        give_token();
     }
 }
 
 void TcpTransport::Link::pump(Port *port, Clock::time_point until) {
     wanted.fetch_add(1);
     if (thread_polls.load()) kick(); // the reader thread gives the socket up at once
-    const bool got = read_mu.try_lock_until(std::min(until, Clock::now() + WATCH_PERIOD));
+    const bool got = take_token(std::min(until, Clock::now() + WATCH_PERIOD));
     wanted.fetch_sub(1);
     if (!got) return; // the caller looks at its port and comes again
     last_pump.store(ticks(Clock::now()));
@@ -442,7 +459,7 @@ void TcpTransport::Link::pump(Port *port, Clock::time_point until) {
         read_once(std::min<std::chrono::milliseconds>(left, WATCH_PERIOD));
     }
     last_pump.store(ticks(Clock::now()));
-    read_mu.unlock();
+    give_token();
 }
 
 namespace {
