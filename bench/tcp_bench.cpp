@@ -134,10 +134,16 @@ struct Served {
         if (server) server->stop();
         if (thread.joinable()) thread.join();
     }
+    bool send() { return oxb_send(port, &ticket, 1, request.bytes, 2000) == 0; }
+    bool receive() { return oxb_receive(port, nullptr, 0, answer.bytes, 65, 0, 5000) == 0; }
+
     std::unique_ptr<ryn::serve::Server> server;
     std::thread thread;
     OXB_PORT *port = nullptr;
     bool ok = false;
+    const Record request = read_k1();
+    Record answer;
+    int ticket = 0;
 };
 
 // One send and the receive of its answer through the served bus; the bare ping-pong measured in
@@ -149,13 +155,9 @@ void BM_TcpExchange(benchmark::State &state) {
         state.SkipWithError("no served bus");
         return;
     }
-    const Record q = read_k1();
-    Record a;
-    int ticket = 0;
     const auto start = Clock::now();
     for (auto _ : state) {
-        if (oxb_send(s.port, &ticket, 1, q.bytes, 2000) != 0 ||
-            oxb_receive(s.port, nullptr, 0, a.bytes, 65, 0, 5000) != 0) {
+        if (!s.send() || !s.receive()) {
             state.SkipWithError("exchange failed");
             break;
         }
@@ -179,20 +181,16 @@ void BM_TcpPipelined(benchmark::State &state) {
         state.SkipWithError("no served bus");
         return;
     }
-    const Record q = read_k1();
-    Record a;
-    int ticket = 0;
     for (int i = 0; i < depth; ++i)
-        oxb_send(s.port, &ticket, 1, q.bytes, 2000);
+        s.send();
     for (auto _ : state) {
-        if (oxb_receive(s.port, nullptr, 0, a.bytes, 65, 0, 5000) != 0 ||
-            oxb_send(s.port, &ticket, 1, q.bytes, 2000) != 0) {
+        if (!s.receive() || !s.send()) {
             state.SkipWithError("exchange failed");
             break;
         }
     }
     for (int i = 0; i < depth; ++i)
-        oxb_receive(s.port, nullptr, 0, a.bytes, 65, 0, 5000);
+        s.receive();
     state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(BM_TcpPipelined)->Arg(32)->UseRealTime();

@@ -66,6 +66,25 @@ int peer_code(int32_t code) {
     return code <= OXB_ESYSTEM && code >= -299 ? code : OXB_ELOST;
 }
 
+constexpr std::size_t SEND_FAILED = SIZE_MAX;
+
+// Writes what the socket takes now without waiting: the bytes written, or SEND_FAILED when the
+// connection is broken.
+std::size_t send_some(int fd, const uint8_t *data, std::size_t size) {
+    std::size_t done = 0;
+    while (done < size) {
+        const ssize_t n = ::send(fd, data + done, size - done, MSG_DONTWAIT | MSG_NOSIGNAL);
+        if (n > 0) {
+            done += static_cast<std::size_t>(n);
+            continue;
+        }
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) break;
+        return SEND_FAILED;
+    }
+    return done;
+}
+
 struct InFlight {
     Port *port; // null once the port is closed: the answer is then dropped
     void *ticket;
@@ -173,15 +192,8 @@ int TcpTransport::Link::write_locked(const uint8_t *frame, std::size_t size) {
         outbox.insert(outbox.end(), frame, frame + size);
         return 0;
     }
-    std::size_t done = 0;
-    while (done < size) {
-        const ssize_t n = ::send(fd, frame + done, size - done, MSG_DONTWAIT | MSG_NOSIGNAL);
-        if (n > 0) {
-            done += static_cast<std::size_t>(n);
-            continue;
-        }
-        if (n < 0 && errno == EINTR) continue;
-        if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) break;
+    const std::size_t done = send_some(fd, frame, size);
+    if (done == SEND_FAILED) {
         lose_locked();
         return OXB_ELOST;
     }
@@ -199,16 +211,8 @@ int TcpTransport::Link::write_locked(const uint8_t *frame, std::size_t size) {
 }
 
 void TcpTransport::Link::flush_locked() {
-    std::size_t done = 0;
-    while (done < outbox.size()) {
-        const ssize_t n =
-            ::send(fd, outbox.data() + done, outbox.size() - done, MSG_DONTWAIT | MSG_NOSIGNAL);
-        if (n > 0) {
-            done += static_cast<std::size_t>(n);
-            continue;
-        }
-        if (n < 0 && errno == EINTR) continue;
-        if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) break;
+    const std::size_t done = send_some(fd, outbox.data(), outbox.size());
+    if (done == SEND_FAILED) {
         lose_locked();
         return;
     }

@@ -134,6 +134,10 @@ struct Server::State {
     void answer_by_bus(Session &s, uint64_t ticket, const uint8_t *record);
     void deliver(uint64_t route, const uint8_t *record);
     void take_answers();
+    // Takes, in order, every waiting send or lock that `ready` accepts, and hands it with its
+    // session (when it is still there) to `act`.
+    template <typename Ready, typename Act>
+    void take_waiting(Ready ready, Act act);
     void run_waiting();
     void arm_lock_timer();
     void on_lock_timer();
@@ -560,27 +564,34 @@ void Server::State::receive_loop() {
 
 // ---- the lock across clients ----
 
-void Server::State::run_waiting() {
+template <typename Ready, typename Act>
+void Server::State::take_waiting(Ready ready, Act act) {
     for (auto it = waiting.begin(); it != waiting.end();) {
-        if (holder != 0 && holder != it->session) {
+        if (!ready(*it)) {
             ++it;
             continue;
         }
         const auto s = sessions.find(it->session);
         if (s != sessions.end()) {
-            Session &session = *s->second;
-            --session.queued;
-            if (it->type == wire::FRAME_SEND) {
-                execute_send(session, it->id, it->axes, it->record.data());
-            } else {
-                holder = session.id;
-                depth = 1;
-                append_reply(session.out, wire::FRAME_LOCK, it->id, 0);
-                mark(session);
-            }
+            --s->second->queued;
+            act(*s->second, *it);
         }
         it = waiting.erase(it);
     }
+}
+
+void Server::State::run_waiting() {
+    take_waiting([&](const Waiting &w) { return holder == 0 || holder == w.session; },
+                 [&](Session &session, const Waiting &w) {
+                     if (w.type == wire::FRAME_SEND) {
+                         execute_send(session, w.id, w.axes, w.record.data());
+                         return;
+                     }
+                     holder = session.id;
+                     depth = 1;
+                     append_reply(session.out, wire::FRAME_LOCK, w.id, 0);
+                     mark(session);
+                 });
     take_answers();
     flush_dirty();
     arm_lock_timer();
@@ -606,24 +617,15 @@ void Server::State::arm_lock_timer() {
 
 void Server::State::on_lock_timer() {
     const Clock::time_point now = Clock::now();
-    for (auto it = waiting.begin(); it != waiting.end();) {
-        if (!it->has_deadline || it->deadline > now) {
-            ++it;
-            continue;
-        }
-        const auto s = sessions.find(it->session);
-        if (s != sessions.end()) {
-            Session &session = *s->second;
-            --session.queued;
-            if (it->type == wire::FRAME_SEND) {
-                answer_by_bus(session, it->id, it->record.data()); // never executed
-            } else {
-                append_reply(session.out, wire::FRAME_LOCK, it->id, OXB_ELOCKED);
-                mark(session);
-            }
-        }
-        it = waiting.erase(it);
-    }
+    take_waiting([&](const Waiting &w) { return w.has_deadline && w.deadline <= now; },
+                 [&](Session &session, const Waiting &w) {
+                     if (w.type == wire::FRAME_SEND) {
+                         answer_by_bus(session, w.id, w.record.data()); // never executed
+                         return;
+                     }
+                     append_reply(session.out, wire::FRAME_LOCK, w.id, OXB_ELOCKED);
+                     mark(session);
+                 });
     flush_dirty();
     arm_lock_timer();
 }
