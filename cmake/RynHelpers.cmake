@@ -126,3 +126,15 @@ function(ryn_fuzz)
         add_test(NAME ${A_NAME}.corpus COMMAND ${A_NAME} ${A_CORPUS})
     endif()
 endfunction()
+
+# ryn_use_asio(<target> <PUBLIC|PRIVATE>): standalone asio (header-only, no Boost) for a target.
+# g++ refuses asio's atomic fences under ThreadSanitizer (-Wtsan); its handlers are ordered by the
+# scheduler's mutex all the same, so that warning alone is silenced there.
+function(ryn_use_asio target scope)
+    find_path(ASIO_INCLUDE_DIR asio.hpp REQUIRED)
+    target_include_directories(${target} SYSTEM ${scope} ${ASIO_INCLUDE_DIR})
+    target_compile_definitions(${target} ${scope} ASIO_STANDALONE ASIO_NO_DEPRECATED)
+    if("thread" IN_LIST RYN_SANITIZE AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+        target_compile_options(${target} ${scope} -Wno-tsan)
+    endif()
+endfunction()

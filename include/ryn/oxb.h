@@ -51,6 +51,7 @@ typedef int (*OXB_HANDLER)(OXB_BUS *bus, int axis, int event, void *context);
 #define OXB_EPRESENT (-218)   /* a drive is already attached at that axis */
 #define OXB_EDRIVE (-219)     /* the dictionary refuses the drive's identity */
 #define OXB_EQUEUEFULL (-220) /* the port holds too many answers not yet received */
+#define OXB_ELOST (-221)      /* the connection to a served bus was lost or refused */
 
 /* Byte size of a command record with room for slots parameter slots: 8 + 16 * slots; 0 for a
  * count outside 0..OXB_RECORD_MAX_SLOTS. */
@@ -67,9 +68,10 @@ RYN_EXPORT int oxb_build_record(void *buffer, int capacity, int kind, int comman
  * The text stays valid until this thread's next oxb_open. */
 RYN_EXPORT const char *oxb_translate_error(int code);
 
-/* Opens a port on the bus that address names ("sim:...", see docs/bus.md); *port must be null.
- * Close it with oxb_close. Codes: OXB_EBADPARAM, OXB_EADDRESS, OXB_EOPTION, OXB_ECONFIG,
- * OXB_ESYSTEM; nothing stays half-open. */
+/* Opens a port on the bus that address names ("sim:..." or "tcp://host:port", see docs/bus.md);
+ * *port must be null. Close it with oxb_close. Codes: OXB_EBADPARAM, OXB_EADDRESS, OXB_EOPTION,
+ * OXB_ECONFIG, OXB_ELOST (a served bus that cannot be reached), OXB_ESYSTEM; nothing stays
+ * half-open. */
 RYN_EXPORT int oxb_open(const char *address, OXB_PORT **port);
 /* Closes a port, wakes its blocked receivers with OXB_ECLOSED and sets *port to null. */
 RYN_EXPORT int oxb_close(OXB_PORT **port);

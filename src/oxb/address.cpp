@@ -255,12 +255,119 @@ std::vector<DriveSpec> default_bus() {
             drive(63, 51, 0x02018000, 0, 0)};
 }
 
+bool is_tcp_address(const char *address) {
+    return std::string_view(address).starts_with("tcp://");
+}
+
+namespace {
+
+int hex_digit(char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    return -1;
+}
+
+// Undoes %XX escapes; false on a broken one.
+bool percent_decode(std::string_view s, std::string *out) {
+    out->clear();
+    for (std::size_t i = 0; i < s.size(); ++i) {
+        if (s[i] != '%') {
+            out->push_back(s[i]);
+            continue;
+        }
+        const int hi = i + 1 < s.size() ? hex_digit(s[i + 1]) : -1;
+        const int lo = i + 2 < s.size() ? hex_digit(s[i + 2]) : -1;
+        if (hi < 0 || lo < 0) return false;
+        out->push_back(static_cast<char>(hi << 4 | lo));
+        i += 2;
+    }
+    return true;
+}
+
+} // namespace
+
+int parse_tcp_address(const char *address, TcpAddress *out, std::string *message) {
+    const std::string text(address);
+    std::string_view rest = std::string_view(text).substr(6); // after tcp://
+    const std::size_t query = rest.find('?');
+    std::string_view authority = rest.substr(0, query);
+    const std::string_view options =
+        query == std::string_view::npos ? std::string_view() : rest.substr(query + 1);
+    auto bad_address = [&](const std::string &why) {
+        *message = "'" + text + "': " + why;
+        return OXB_EADDRESS;
+    };
+    TcpAddress a;
+    std::string_view port_text;
+    if (authority.starts_with("[")) {
+        const std::size_t close = authority.find(']');
+        if (close == std::string_view::npos || authority.substr(close + 1).substr(0, 1) != ":")
+            return bad_address("an IPv6 host is written [ADDRESS]:PORT");
+        a.host = std::string(authority.substr(1, close - 1));
+        port_text = authority.substr(close + 2);
+    } else {
+        const std::size_t colon = authority.rfind(':');
+        if (colon == std::string_view::npos)
+            return bad_address("a tcp:// address is tcp://HOST:PORT");
+        a.host = std::string(authority.substr(0, colon));
+        port_text = authority.substr(colon + 1);
+    }
+    uint64_t port = 0;
+    if (a.host.empty()) return bad_address("the host is missing (tcp://HOST:PORT)");
+    if (!parse_number(port_text, 65535, &port) || port == 0)
+        return bad_address("the port must be a number from 1 to 65535");
+    a.port = static_cast<uint16_t>(port);
+
+    bool has_token = false;
+    bool has_timeout = false;
+    std::string_view list = options;
+    while (!list.empty()) {
+        const std::size_t amp = list.find('&');
+        const std::string_view item = list.substr(0, amp);
+        list = amp == std::string_view::npos ? std::string_view() : list.substr(amp + 1);
+        if (item.empty()) continue;
+        const std::size_t eq = item.find('=');
+        const std::string key(item.substr(0, eq));
+        const std::string_view value =
+            eq == std::string_view::npos ? std::string_view() : item.substr(eq + 1);
+        auto bad = [&](const std::string &why) {
+            *message = "tcp: option '" + std::string(item) + "': " + why;
+            return OXB_EOPTION;
+        };
+        if (key == "token") {
+            if (has_token) return bad("given twice");
+            has_token = true;
+            if (!percent_decode(value, &a.token)) return bad("a broken %XX escape");
+            if (a.token.size() > wire::NET_MAX_TOKEN)
+                return bad("a token has at most " + std::to_string(wire::NET_MAX_TOKEN) + " bytes");
+        } else if (key == "timeout_ms") {
+            uint64_t n = 0;
+            if (has_timeout) return bad("given twice");
+            has_timeout = true;
+            if (!parse_number(value, 3600000, &n) || n == 0)
+                return bad("must be a whole number of milliseconds, 1 to 3600000");
+            a.timeout_ms = static_cast<int>(n);
+        } else {
+            *message = "tcp: unknown option '" + std::string(item) + "' (token=, timeout_ms=)";
+            return OXB_EOPTION;
+        }
+    }
+    if (!has_token) {
+        const char *env = std::getenv("RYN_TOKEN");
+        if (env != nullptr) a.token = env;
+        if (a.token.size() > wire::NET_MAX_TOKEN) {
+            *message =
+                "tcp: RYN_TOKEN has more than " + std::to_string(wire::NET_MAX_TOKEN) + " bytes";
+            return OXB_EOPTION;
+        }
+    }
+    *out = std::move(a);
+    return 0;
+}
+
 int parse_address(const char *address, SimAddress *out, std::string *message) {
     const std::string_view text(address);
-    if (text.starts_with("tcp://")) {
-        *message = std::string(text) + ": tcp:// buses are not available in this build";
-        return OXB_EADDRESS;
-    }
     if (!text.starts_with("sim:")) {
         *message = "'" + std::string(text) + "': a bus address begins with sim: or tcp://";
         return OXB_EADDRESS;

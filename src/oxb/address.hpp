@@ -1,4 +1,5 @@
-// Bus addresses: the sim: grammar with its options and the JSON bus description of config=FILE.
+// Bus addresses: the sim: grammar with its options and the JSON bus description of config=FILE,
+// and the tcp:// address of a served bus.
 #pragma once
 
 #include <string>
@@ -22,6 +23,20 @@ struct SimAddress {
     std::vector<DriveSpec> drives;
     OXBSIM_FAULTS faults;
 };
+
+// A served bus: tcp://HOST:PORT[?token=TEXT&timeout_ms=N].
+struct TcpAddress {
+    std::string host; // a name, an IPv4 address or an IPv6 address without its brackets
+    uint16_t port = 0;
+    std::string token;     // token=, else the RYN_TOKEN environment variable, else empty
+    int timeout_ms = 5000; // how long to wait for the connection, the hello and each reply
+};
+
+// Whether an address names a served bus.
+bool is_tcp_address(const char *address);
+// Reads a tcp:// address. Returns 0, or OXB_EADDRESS (no host or port) or OXB_EOPTION (a bad
+// option) with a message that names what is wrong.
+int parse_tcp_address(const char *address, TcpAddress *out, std::string *message);
 
 // Reads a bus address. Returns 0, or OXB_EADDRESS (no known transport), OXB_EOPTION (a bad
 // option) or OXB_ECONFIG (a bus description that cannot be used) with a message in *message that

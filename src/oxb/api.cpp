@@ -10,6 +10,7 @@
 #include "ryn/oxb.h"
 #include "ryn/sup.h"
 #include "sim_transport.hpp"
+#include "tcp_transport.hpp"
 
 namespace ryn::oxb {
 
@@ -79,8 +80,27 @@ int open_port(const char *address, OXB_PORT **port) {
         return open_failure(OXB_EBADPARAM, "oxb_open: null address or port", address);
     if (*port != nullptr)
         return open_failure(OXB_EBADPARAM, "oxb_open: *port must be null", address);
-    SimAddress parsed;
     std::string message;
+    if (is_tcp_address(address)) {
+        // Every open of a served bus is a connection of its own, and so a bus of its own.
+        TcpAddress tcp;
+        int rc = parse_tcp_address(address, &tcp, &message);
+        if (rc != 0) return open_failure(rc, message, address);
+        auto make_bus = [&](std::shared_ptr<Bus> *bus) {
+            std::unique_ptr<TcpTransport> transport;
+            const int code = TcpTransport::connect(tcp, &transport, &message);
+            if (code != 0) return code;
+            auto *handle = reinterpret_cast<OXB_BUS *>(Registry::get().fresh_handle());
+            *bus = std::make_shared<Bus>(std::move(transport), handle);
+            return 0;
+        };
+        OXB_PORT *opened = nullptr;
+        rc = Registry::get().open("", "", make_bus, &opened, &message);
+        if (rc != 0) return open_failure(rc, message, address);
+        *port = opened;
+        return 0;
+    }
+    SimAddress parsed;
     int rc = parse_address(address, &parsed, &message);
     if (rc != 0) return open_failure(rc, message, address);
 
@@ -150,8 +170,7 @@ int oxb_get_present_axes(OXB_BUS *bus, uint64_t *mask) {
         const auto b = Registry::get().bus(bus);
         if (!b) return OXB_EBADBUS;
         if (mask == nullptr) return OXB_EBADPARAM;
-        *mask = b->present_axes();
-        return 0;
+        return b->present_axes(mask);
     });
 }
 
@@ -170,9 +189,9 @@ int oxb_get_bus_info(OXB_BUS *bus, int reserved, void *info) {
         if (reserved != 0 || !has_size(info, sizeof(wire::BusInfo))) return OXB_EBADPARAM;
         wire::BusInfo record{};
         record.size = sizeof(wire::BusInfo);
-        record.flags = b->bus_flags();
-        store_record(info, record);
-        return 0;
+        const int rc = b->bus_flags(&record.flags);
+        if (rc == 0) store_record(info, record);
+        return rc;
     });
 }
 
@@ -233,20 +252,11 @@ int oxb_unlock(OXB_BUS *bus) {
 
 int oxb_check_types(OXB_BUS *bus, uint8_t *allowed, int count, const uint8_t *types) {
     return guarded([&] {
-        if (!Registry::get().bus(bus)) return OXB_EBADBUS;
+        const auto b = Registry::get().bus(bus);
+        if (!b) return OXB_EBADBUS;
         if (allowed == nullptr || count < 0 || (count > 0 && types == nullptr))
             return OXB_EBADPARAM;
-        // The user register families, in any value class: X 1, K 2, LD 8, EL 9, W 12, C 13.
-        constexpr uint32_t streamable = 1u << 1 | 1u << 2 | 1u << 8 | 1u << 9 | 1u << 12 | 1u << 13;
-        uint8_t ok = 1;
-        for (int i = 0; i < count; ++i) {
-            const uint32_t type = types[i];
-            if ((type & ~(wire::VALUE_CLASS_MASK | wire::TYPE_CODE_MASK)) != 0 ||
-                (streamable >> (type & wire::TYPE_CODE_MASK) & 1) == 0)
-                ok = 0;
-        }
-        *allowed = ok;
-        return 0;
+        return b->check_types(types, count, allowed);
     });
 }
 

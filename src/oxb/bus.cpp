@@ -22,9 +22,22 @@ Clock::time_point deadline_after(Clock::time_point now, int timeout_ms) {
 
 } // namespace
 
-void write_bus_answer(wire::ConstRecordView request, wire::RecordView answer) {
-    answer.clear(0);
-    answer.set_word((request.word() & ~wire::HEADER_ACK & ~uint32_t{0xFF}) | wire::HEADER_STATUS);
+bool streamable_types(const uint8_t *types, int count) {
+    // The user register families, in any value class: X 1, K 2, LD 8, EL 9, W 12, C 13.
+    constexpr uint32_t streamable = 1u << 1 | 1u << 2 | 1u << 8 | 1u << 9 | 1u << 12 | 1u << 13;
+    bool ok = true;
+    for (int i = 0; i < count; ++i) {
+        const uint32_t type = types[i];
+        if ((type & ~(wire::VALUE_CLASS_MASK | wire::TYPE_CODE_MASK)) != 0 ||
+            (streamable >> (type & wire::TYPE_CODE_MASK) & 1) == 0)
+            ok = false;
+    }
+    return ok;
+}
+
+int Transport::check_types(const uint8_t *types, int count, uint8_t *allowed) {
+    *allowed = streamable_types(types, count) ? 1 : 0;
+    return 0;
 }
 
 // ---- Port ----
@@ -67,7 +80,7 @@ int Port::receive(void **ticket, uint8_t *buffer, int capacity, int timeout_ms) 
         timeout_ms >= 0 ? deadline_after(now, timeout_ms) : Clock::time_point::max();
     for (;;) {
         if (closed_) return OXB_ECLOSED;
-        if (!queue_.empty() && (queue_.front()->ready || queue_.front()->due <= now)) {
+        if (!queue_.empty() && (queue_.front()->ready || queue_.front()->due <= now || failed_)) {
             Answer &a = *queue_.front();
             if (a.size > wire::record_size(std::min(capacity, wire::RECORD_MAX_SLOTS)))
                 return OXB_ECAPACITY; // kept for a receiver with room for it
@@ -79,9 +92,18 @@ int Port::receive(void **ticket, uint8_t *buffer, int capacity, int timeout_ms) 
             size_.store(queue_.size(), std::memory_order_relaxed);
             return 0;
         }
+        if (failed_ != 0) return failed_;
         if (now >= deadline) return OXB_ENOTHING;
         Clock::time_point wake = deadline;
         if (!queue_.empty()) wake = std::min(wake, queue_.front()->due);
+        if (bus_->receivers_read() && queue_.empty()) {
+            // This thread reads the connection itself until its answer is there.
+            lk.unlock();
+            bus_->pump(this, wake);
+            lk.lock();
+            now = Clock::now();
+            continue;
+        }
         ++waiting_;
         if (wake == Clock::time_point::max())
             cv_.wait(lk);
@@ -92,9 +114,21 @@ int Port::receive(void **ticket, uint8_t *buffer, int capacity, int timeout_ms) 
     }
 }
 
-void Port::close() {
+void Port::fail(int code) {
     std::lock_guard lk(mu_);
-    closed_ = true;
+    failed_ = code;
+    done_.store(true, std::memory_order_release);
+    cv_.notify_all();
+}
+
+void Port::close() {
+    {
+        std::lock_guard lk(mu_);
+        closed_ = true;
+        done_.store(true, std::memory_order_release);
+    }
+    bus_->port_closed(this); // wakes a receiver that pumps
+    std::lock_guard lk(mu_);
     queue_.clear();
     spare_.clear();
     size_.store(0, std::memory_order_relaxed);
@@ -219,12 +253,13 @@ bool Events::call(void *owner, int axis, int event, std::unique_lock<std::mutex>
 
 Bus::Bus(std::unique_ptr<Transport> transport, OXB_BUS *handle)
     : handle_(handle), epoch_(Clock::now()), transport_(std::move(transport)),
-      events_(std::make_shared<Events>(handle)) {
+      receivers_read_(transport_->receivers_read()), events_(std::make_shared<Events>(handle)) {
     transport_->attach_host(this);
     Events::start(events_);
 }
 
 Bus::~Bus() {
+    transport_.reset(); // its threads raise events no more
     events_->stop();
 }
 
@@ -246,34 +281,56 @@ int Bus::send(Port &port, void *ticket, uint64_t axes, const void *record, int t
     std::unique_lock lk(mu_);
     if (!wait_unlocked(lk, timeout_ms)) return OXB_ELOCKED;
     const Clock::time_point now = Clock::now();
-    transport_->submit(
+    return transport_->submit(
         {request, axes, ticket, &port, now,
          static_cast<uint64_t>(
-             std::chrono::duration_cast<std::chrono::microseconds>(now - epoch_).count())});
-    return 0;
+             std::chrono::duration_cast<std::chrono::microseconds>(now - epoch_).count()),
+         timeout_ms});
 }
 
 int Bus::lock(int timeout_ms) {
+    const Clock::time_point start = Clock::now();
     std::unique_lock lk(mu_);
     if (!wait_unlocked(lk, timeout_ms)) return OXB_ELOCKED;
-    owner_ = std::this_thread::get_id();
-    ++depth_;
-    return 0;
+    const auto me = std::this_thread::get_id();
+    if (depth_ > 0) {
+        ++depth_;
+        return 0;
+    }
+    // The first take: held here at once, so that this process's other threads wait, then taken
+    // from the transport (across the clients of a served bus) without the bus mutex.
+    owner_ = me;
+    depth_ = 1;
+    lk.unlock();
+    int left = timeout_ms;
+    if (timeout_ms > 0) {
+        const auto spent =
+            std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
+        left = static_cast<int>(std::max<int64_t>(0, timeout_ms - spent));
+    }
+    const int rc = transport_->acquire_lock(left);
+    if (rc == 0) return 0;
+    lk.lock();
+    owner_ = std::thread::id();
+    depth_ = 0;
+    unlocked_cv_.notify_all();
+    return rc;
 }
 
 int Bus::unlock() {
     std::lock_guard lk(mu_);
     if (depth_ == 0 || owner_ != std::this_thread::get_id()) return OXB_ENOTLOCKED;
     if (--depth_ == 0) {
+        transport_->release_lock();
         owner_ = std::thread::id();
         unlocked_cv_.notify_all();
     }
     return 0;
 }
 
-uint64_t Bus::present_axes() {
+int Bus::present_axes(uint64_t *mask) {
     std::lock_guard lk(mu_);
-    return transport_->present_axes();
+    return transport_->present_axes(mask);
 }
 
 int Bus::drive_info(int axis, wire::DriveInfo *info) {
@@ -286,9 +343,14 @@ int Bus::ext_info(int axis, wire::ExtInfo *info) {
     return transport_->ext_info(axis, info);
 }
 
-uint32_t Bus::bus_flags() {
+int Bus::bus_flags(uint32_t *flags) {
     std::lock_guard lk(mu_);
-    return transport_->bus_flags();
+    return transport_->bus_flags(flags);
+}
+
+int Bus::check_types(const uint8_t *types, int count, uint8_t *allowed) {
+    std::lock_guard lk(mu_);
+    return transport_->check_types(types, count, allowed);
 }
 
 int Bus::register_handler(void *owner, uint64_t axes, int selector, OXB_HANDLER handler,
@@ -298,8 +360,9 @@ int Bus::register_handler(void *owner, uint64_t axes, int selector, OXB_HANDLER 
         // Presence is read and the handler added under the bus mutex, so that every later
         // attach or detach reaches the handler as an event after its report.
         std::lock_guard lk(mu_);
-        const int rc =
-            events_->add(owner, axes, selector, handler, context, transport_->present_axes(), &job);
+        const int rc = transport_->with_presence([&](uint64_t present) {
+            return events_->add(owner, axes, selector, handler, context, present, &job);
+        });
         if (rc != 0) return rc;
     }
     events_->wait_delivered(job);

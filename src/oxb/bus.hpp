@@ -45,8 +45,15 @@ class Port {
     int receive(void **ticket, uint8_t *buffer, int capacity, int timeout_ms);
     // Refuses further answers and wakes every receiver with OXB_ECLOSED.
     void close();
+    // The bus behind the port is gone for good (a lost connection): once the answers already
+    // queued are taken, every receive returns `code` at once, blocked receivers included.
+    void fail(int code);
     // Whether the port still has room for more answers.
     bool has_room() const;
+    // Whether an answer waits, or the port is closed or failed: a pumping receiver stops then.
+    bool has_news() const {
+        return size_.load(std::memory_order_acquire) > 0 || done_.load(std::memory_order_acquire);
+    }
 
     Bus &bus() const { return *bus_; }
     const std::shared_ptr<Bus> &bus_ptr() const { return bus_; }
@@ -60,6 +67,8 @@ class Port {
     std::mutex mu_;
     std::condition_variable cv_;
     bool closed_ = false;
+    int failed_ = 0;
+    std::atomic<bool> done_{false}; // closed or failed
     int waiting_ = 0;
     uint64_t seq_ = 0;
     std::atomic<std::size_t> size_{0};
@@ -135,10 +144,16 @@ class Bus final : public TransportHost {
     int send(Port &port, void *ticket, uint64_t axes, const void *record, int timeout_ms);
     int lock(int timeout_ms);
     int unlock();
-    uint64_t present_axes();
+    int present_axes(uint64_t *mask);
     int drive_info(int axis, wire::DriveInfo *info);
     int ext_info(int axis, wire::ExtInfo *info);
-    uint32_t bus_flags();
+    int bus_flags(uint32_t *flags);
+    int check_types(const uint8_t *types, int count, uint8_t *allowed);
+    // Tells the transport of a port opened or being closed (without the bus mutex).
+    void port_opened(Port *port) { transport_->port_opened(port); }
+    bool receivers_read() const { return receivers_read_; }
+    void pump(Port *port, Clock::time_point until) { transport_->pump(port, until); }
+    void port_closed(Port *port) { transport_->port_closed(port); }
     int register_handler(void *owner, uint64_t axes, int selector, OXB_HANDLER handler,
                          void *context);
     int unregister_handler(void *owner);
@@ -169,6 +184,7 @@ class Bus final : public TransportHost {
     std::thread::id owner_;
     int depth_ = 0;
     std::unique_ptr<Transport> transport_;
+    const bool receivers_read_;
     std::shared_ptr<Events> events_;
 };
 

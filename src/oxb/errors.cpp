@@ -9,6 +9,7 @@
 namespace {
 
 constexpr auto errors = ryn::error_table({
+    {OXB_ELOST, "OXB_ELOST", "connection to the served bus lost"},
     {OXB_EQUEUEFULL, "OXB_EQUEUEFULL", "too many answers waiting on the port"},
     {OXB_EDRIVE, "OXB_EDRIVE", "drive identity refused by the dictionary"},
     {OXB_EPRESENT, "OXB_EPRESENT", "a drive is already attached at this axis"},

@@ -55,7 +55,9 @@ uintptr_t Registry::fresh_handle() {
 OXB_PORT *Registry::add_port(const std::shared_ptr<Bus> &bus) {
     next_ += 16;
     auto *handle = reinterpret_cast<OXB_PORT *>(next_);
-    ports_[next_] = std::make_shared<Port>(bus, handle);
+    auto port = std::make_shared<Port>(bus, handle);
+    bus->port_opened(port.get());
+    ports_[next_] = std::move(port);
     ++bus->open_ports;
     return handle;
 }

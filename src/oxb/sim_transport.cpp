@@ -91,7 +91,7 @@ bool SimTransport::draw(double p) {
     return u < p;
 }
 
-void SimTransport::submit(const Outbound &out) {
+int SimTransport::submit(const Outbound &out) {
     const wire::ConstRecordView request = out.record;
     alignas(8) uint8_t merged_bytes[wire::RECORD_MAX_SIZE];
     alignas(8) uint8_t scratch_bytes[wire::RECORD_MAX_SIZE];
@@ -101,7 +101,7 @@ void SimTransport::submit(const Outbound &out) {
     if (axes == 0) {
         write_bus_answer(request, merged);
         out.port->post(out.ticket, wire::ConstRecordView{merged_bytes}, out.sent, out.sent);
-        return;
+        return 0;
     }
     // A register read is answered by one drive: the lowest addressed one.
     if (wire::is_request_kind(request.kind())) axes &= ~axes + 1;
@@ -142,9 +142,10 @@ void SimTransport::submit(const Outbound &out) {
     }
     for (; leaving != 0; leaving &= leaving - 1)
         detach(std::countr_zero(leaving));
+    return 0;
 }
 
-int SimTransport::drive_info(int axis, wire::DriveInfo *info) const {
+int SimTransport::drive_info(int axis, wire::DriveInfo *info) {
     const sim::Drive *d = drive(axis);
     if (d == nullptr) return OXB_ENODRIVE;
     const sim::Identity &id = d->identity();
@@ -157,7 +158,7 @@ int SimTransport::drive_info(int axis, wire::DriveInfo *info) const {
     return 0;
 }
 
-int SimTransport::ext_info(int axis, wire::ExtInfo *info) const {
+int SimTransport::ext_info(int axis, wire::ExtInfo *info) {
     const sim::Drive *d = drive(axis);
     if (d == nullptr) return OXB_ENODRIVE;
     const sim::Identity &id = d->identity();

@@ -28,11 +28,17 @@ class SimTransport final : public Transport {
     explicit SimTransport(const OXBSIM_FAULTS &faults);
 
     void attach_host(TransportHost *host) override { host_ = host; }
-    void submit(const Outbound &out) override;
-    uint64_t present_axes() const override { return present_; }
-    int drive_info(int axis, wire::DriveInfo *info) const override;
-    int ext_info(int axis, wire::ExtInfo *info) const override;
-    uint32_t bus_flags() const override { return 0; }
+    int submit(const Outbound &out) override;
+    int present_axes(uint64_t *mask) override {
+        *mask = present_;
+        return 0;
+    }
+    int drive_info(int axis, wire::DriveInfo *info) override;
+    int ext_info(int axis, wire::ExtInfo *info) override;
+    int bus_flags(uint32_t *flags) override {
+        *flags = 0;
+        return 0;
+    }
     SimTransport *sim() override { return this; }
 
     // Puts a drive on a free axis and raises its event; OXB_EPRESENT when the axis is taken.

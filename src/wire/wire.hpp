@@ -365,4 +365,156 @@ struct BusInfo {
 static_assert(sizeof(BusInfo) == 12 && offsetof(BusInfo, flags) == 4);
 inline constexpr uint32_t BUS_NO_PRESENCE_FILTER = 0x40;
 
+// ---- The served bus protocol (tcp://, docs/bus.md) ----
+// A byte stream of frames: an 8-byte header (body size, frame type, two zero bytes), then the
+// body. Every number is little-endian. The layouts below are the bodies' fixed parts; a record,
+// a token, a text or a list of type bytes follows some of them.
+
+inline constexpr uint32_t NET_MAGIC = 0x4258524F; // "ORXB" read as a little-endian word
+inline constexpr uint32_t NET_VERSION = 1;
+inline constexpr uint32_t NET_MAX_BODY = 2048; // larger bodies close the connection
+inline constexpr uint32_t NET_MAX_TOKEN = 256;
+inline constexpr uint32_t NET_MAX_TEXT = 512;
+
+struct FrameHeader {
+    uint32_t size; // bytes of body after the header, 0 .. NET_MAX_BODY
+    uint16_t type; // FrameType
+    uint16_t zero;
+};
+static_assert(sizeof(FrameHeader) == 8 && offsetof(FrameHeader, type) == 4 &&
+              offsetof(FrameHeader, zero) == 6);
+inline constexpr uint32_t FRAME_HEADER_SIZE = sizeof(FrameHeader);
+
+// Frame types. A request that expects a reply is answered by a frame of its type | NET_REPLY.
+enum FrameType : uint16_t {
+    FRAME_HELLO = 1,        // client: HelloBody + token
+    FRAME_WELCOME = 2,      // server: WelcomeBody
+    FRAME_REFUSED = 3,      // server: RefusedBody + text; the server then closes
+    FRAME_SEND = 16,        // client: SendBody + record
+    FRAME_ANSWER = 17,      // server: AnswerBody + record
+    FRAME_EVENT = 18,       // server: EventBody
+    FRAME_LOCK = 32,        // client: CallBody (arg: timeout_ms); reply without payload
+    FRAME_UNLOCK = 33,      // client: CallBody; no reply
+    FRAME_PRESENT = 34,     // client: CallBody; reply: u64 mask
+    FRAME_DRIVE_INFO = 35,  // client: CallBody (arg: axis); reply: DriveInfo
+    FRAME_EXT_INFO = 36,    // client: CallBody (arg: axis); reply: ExtInfo
+    FRAME_BUS_INFO = 37,    // client: CallBody; reply: BusInfo
+    FRAME_CHECK_TYPES = 38, // client: CallBody (arg: count) + count type bytes; reply: u32 allowed
+};
+inline constexpr uint16_t NET_REPLY = 0x80;
+
+struct HelloBody {
+    uint32_t magic;      // NET_MAGIC
+    uint32_t version;    // NET_VERSION
+    uint32_t token_size; // bytes of token after the body, 0 .. NET_MAX_TOKEN
+    uint32_t zero;
+};
+static_assert(sizeof(HelloBody) == 16 && offsetof(HelloBody, token_size) == 8);
+
+struct WelcomeBody {
+    uint32_t version;   // NET_VERSION
+    uint32_t answer_ms; // the served bus's answer time
+    uint32_t max_body;  // NET_MAX_BODY
+    uint32_t zero;
+};
+static_assert(sizeof(WelcomeBody) == 16 && offsetof(WelcomeBody, max_body) == 8);
+
+struct RefusedBody {
+    int32_t code;       // a bus library code: why
+    uint32_t text_size; // bytes of text after the body, 0 .. NET_MAX_TEXT
+};
+static_assert(sizeof(RefusedBody) == 8 && offsetof(RefusedBody, text_size) == 4);
+
+struct SendBody {
+    uint64_t ticket; // opaque to the server, handed back in the answer
+    uint64_t axes;
+    int32_t timeout_ms; // how long the record may wait for a lock held by another client
+    uint32_t zero;
+};
+static_assert(sizeof(SendBody) == 24 && offsetof(SendBody, axes) == 8 &&
+              offsetof(SendBody, timeout_ms) == 16);
+
+struct AnswerBody {
+    uint64_t ticket;
+};
+static_assert(sizeof(AnswerBody) == 8);
+
+struct EventBody {
+    int32_t axis;
+    int32_t event; // OXB_EVENT_DRIVE_PRESENT or OXB_EVENT_DRIVE_GONE
+};
+static_assert(sizeof(EventBody) == 8 && offsetof(EventBody, event) == 4);
+
+struct CallBody {
+    uint64_t call; // chosen by the client, handed back in the reply
+    int32_t arg;
+    uint32_t zero;
+};
+static_assert(sizeof(CallBody) == 16 && offsetof(CallBody, arg) == 8);
+
+struct ReplyBody {
+    uint64_t call;
+    int32_t code; // 0 or a bus library code; a payload follows only with 0
+    uint32_t zero;
+};
+static_assert(sizeof(ReplyBody) == 16 && offsetof(ReplyBody, code) == 8);
+
+inline void store_frame_header(uint8_t *p, uint32_t body_size, uint16_t type) {
+    store_u32(p + offsetof(FrameHeader, size), body_size);
+    p[offsetof(FrameHeader, type)] = static_cast<uint8_t>(type);
+    p[offsetof(FrameHeader, type) + 1] = static_cast<uint8_t>(type >> 8);
+    p[offsetof(FrameHeader, zero)] = 0;
+    p[offsetof(FrameHeader, zero) + 1] = 0;
+}
+inline FrameHeader load_frame_header(const uint8_t *p) {
+    FrameHeader h{};
+    h.size = load_u32(p + offsetof(FrameHeader, size));
+    h.type = static_cast<uint16_t>(p[4] | p[5] << 8);
+    h.zero = static_cast<uint16_t>(p[6] | p[7] << 8);
+    return h;
+}
+// The byte size of a frame's fixed body part, 0 for a type the protocol does not know.
+constexpr uint32_t frame_fixed_size(uint16_t type) {
+    switch (type) {
+    case FRAME_HELLO:
+        return sizeof(HelloBody);
+    case FRAME_WELCOME:
+        return sizeof(WelcomeBody);
+    case FRAME_REFUSED:
+        return sizeof(RefusedBody);
+    case FRAME_SEND:
+        return sizeof(SendBody);
+    case FRAME_ANSWER:
+        return sizeof(AnswerBody);
+    case FRAME_EVENT:
+        return sizeof(EventBody);
+    case FRAME_LOCK:
+    case FRAME_UNLOCK:
+    case FRAME_PRESENT:
+    case FRAME_DRIVE_INFO:
+    case FRAME_EXT_INFO:
+    case FRAME_BUS_INFO:
+    case FRAME_CHECK_TYPES:
+        return sizeof(CallBody);
+    default:
+        return (type & NET_REPLY) != 0 && type >= (FRAME_LOCK | NET_REPLY) &&
+                       type <= (FRAME_CHECK_TYPES | NET_REPLY)
+                   ? sizeof(ReplyBody)
+                   : 0;
+    }
+}
+// Whether `size` bytes hold exactly one whole record (its size from its slot count, at most 65).
+inline bool holds_one_record(const uint8_t *p, uint32_t size) {
+    return size >= RECORD_HEADER_SIZE && p[0] <= RECORD_MAX_SLOTS &&
+           static_cast<uint32_t>(record_size(p[0])) == size;
+}
+static_assert(sizeof(SendBody) + RECORD_MAX_SIZE <= NET_MAX_BODY);
+
+// The answer a bus gives itself for a record that no drive answered: the request's header
+// without acknowledge, with the status bit and without slots.
+inline void write_bus_answer(ConstRecordView request, RecordView answer) {
+    answer.clear(0);
+    answer.set_word((request.word() & ~HEADER_ACK & ~uint32_t{0xFF}) | HEADER_STATUS);
+}
+
 } // namespace ryn::wire
