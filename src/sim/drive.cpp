@@ -423,7 +423,7 @@ bool DriveImpl::execute_command(int32_t command, ConstRecordView q, int n) {
     if (!check_params(command, q, n)) return false;
     uint64_t p0 = 0, p1 = 0, p2 = 0;
     switch (command) {
-    case CMD_VERSION_SLOT: {
+    case CMD_SET_VERSION: {
         if (n < 2 || !param(command, q, 0, &p0) || !param(command, q, 1, &p1)) return false;
         const auto slot = static_cast<uint32_t>(p0);
         return memory_.set(VERSION_TYPE, VERSION_INDEX, slot, p1);
