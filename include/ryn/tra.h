@@ -193,6 +193,24 @@ typedef struct TRA_STREAM_REPORT {
     char first_refused_text[256]; /* its text, cut to fit */
 } TRA_STREAM_REPORT;
 
+/* Creates a register translator on a bus port; it learns each axis's drive from the bus. */
+RYN_EXPORT int tra_create_register_traductor_e(TRA **out, OXB_PORT *port, uint32_t flags);
+/* Downloads a parameter stream (register assignments only) to the axes; see the stream report. */
+RYN_EXPORT int tra_oxcom_download_register_stream_e(TRA *tra, uint64_t axis_mask,
+                                                    int32_t type_count, const uint8_t *types,
+                                                    TRA_READ_LINE read_line, void *user);
+/* As tra_oxcom_download_register_stream_e, each line sent only as filter_mode & 3 says (1, 2). */
+RYN_EXPORT int tra_oxcom_download_register_stream_e2(TRA *tra, uint64_t axis_mask,
+                                                     int32_t type_count, const uint8_t *types,
+                                                     uint32_t filter_mode, TRA_READ_LINE read_line,
+                                                     void *user);
+/* Whether the last download sent at least one command to a drive (*downloaded 1 or 0). */
+RYN_EXPORT int tra_register_downloaded(TRA *tra, uint8_t *downloaded);
+/* Uploads the registers of the axes as a commented parameter stream through write_line. */
+RYN_EXPORT int tra_oxcom_upload_register_stream_e(TRA *tra, uint64_t axis_mask, int32_t type_count,
+                                                  const uint8_t *types, int32_t first_index,
+                                                  int32_t max_index, int32_t max_subindex,
+                                                  TRA_WRITE_LINE write_line, void *user);
 /* Creates a direct translator on a bus port; it learns each axis's drive from the bus. */
 RYN_EXPORT int tra_create_direct_traductor_e(TRA **out, OXB_PORT *port, uint32_t flags);
 /* Translates one line of command text and sends it; *sent (may be null) tells whether it went. */
