@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
+#include <functional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -46,6 +47,13 @@ struct RegisterBus {
     RegisterBus(const RegisterBus &) = delete;
     RegisterBus &operator=(const RegisterBus &) = delete;
 
+    // The raw value of one register element of a drive.
+    uint64_t read(int axis, uint32_t kind, uint32_t index, uint32_t sub = 0) const {
+        uint64_t raw = ~uint64_t(0);
+        EXPECT_EQ(oxbsim_read(bus, axis, kind, index, sub, &raw), 0);
+        return raw;
+    }
+
     // Writes an element through the bus as a download would, checked.
     void set(const char *line) {
         LineSource one({line});
@@ -60,8 +68,12 @@ struct RegisterBus {
 struct Sink {
     std::vector<std::string> lines;
     int refuse_at = -1;
-    static int write(TRA *, const char *line, void *user, int32_t) {
+    std::function<void(std::size_t)> before_line; // runs before each line is taken
+    double progress = -1;                         // when the last line was offered
+    static int write(TRA *tra, const char *line, void *user, int32_t) {
         auto &s = *static_cast<Sink *>(user);
+        tra_get_progress(tra, &s.progress);
+        if (s.before_line) s.before_line(s.lines.size());
         if (static_cast<int>(s.lines.size()) == s.refuse_at) return 1;
         s.lines.emplace_back(line);
         return 0;
@@ -147,3 +159,333 @@ TEST(RegisterRoundTrip, BackupRestoresEveryTypeOnEveryAxis) {
         EXPECT_TRUE(raw_before.lines == raw_after.lines);
     }
 }
+
+namespace {
+
+// One golden upload: the flags, what is uploaded, and the file under tests/data/upload.
+struct GoldenCase {
+    const char *name;
+    uint32_t flags;
+    UploadArgs args;
+};
+
+void PrintTo(const GoldenCase &c, std::ostream *os) {
+    *os << c.name;
+}
+
+// Values and versions every golden upload starts from.
+const char *const GOLDEN_SETUP[] = {
+    "K5.0=1,0,3",
+    "K30.0=\"Axis one\"",
+    "K31.0=\"10.0.0.7\"",
+    "*W10=200",
+    "# User K,KL,KF,KD register version axis 0: 1.20A",
+    "# User W,WL,WF,WD register version axis *: 2.00A",
+};
+
+constexpr uint32_t DESC = TRA_FDESCRIPTIONS;
+
+const GoldenCase GOLDEN[] = {
+    {"plain", 0, {0x1, {K}, 0, 6, -1}},
+    {"aliases", TRA_FUSE_ALIASES, {0x1, {K}, 0, 6, -1}},
+    {"reserved", TRA_FRESERVED_COMMENT | DESC, {0x1, {K}, 59, 61, -1}},
+    {"skip_defaults", TRA_FSKIP_DEFAULTS, {0x1, {K}, 0, 6, -1}},
+    {"skip_defaults_vector", TRA_FSKIP_DEFAULTS | TRA_FVECTOR_FORM, {0x1, {K}, 0, 6, -1}},
+    {"no_axis", TRA_FNO_AXIS, {0x1 | AXIS_63, {K, W}, 0, 2, -1}},
+    {"vector", TRA_FVECTOR_FORM, {0x1, {K}, 28, 33, -1}},
+    {"strings", 0, {0x1, {K}, 30, 33, -1}},
+    {"max_subindex", 0, {0x1, {K}, 30, 33, 2}},
+    {"groups", TRA_FGROUP_CLASSES, {0x1, {K}, 0, 14, -1}},
+    {"groups_skip_defaults", TRA_FGROUP_CLASSES | TRA_FSKIP_DEFAULTS, {0x1, {K}, 0, 14, -1}},
+    {"no_comments", TRA_FNO_COMMENTS, {0x1, {K, KF}, 0, 3, -1}},
+    {"verbose", TRA_FVERBOSE, {0x2, {K}, 0, 3, -1}},
+    {"descriptions", DESC, {0x1, {K, KF}, 0, 3, -1}},
+    {"tabs4", TRA_FTABS4 | DESC, {0x1, {K}, 0, 3, -1}},
+    {"tabs8", TRA_FTABS8 | DESC, {0x1, {K}, 0, 3, -1}},
+    {"tab", TRA_FTAB | DESC, {0x1, {K}, 0, 3, -1}},
+    {"raw", TRA_FRAW_VALUES, {0x1, {K}, 29, 32, -1}},
+    {"raw_vector", TRA_FRAW_VALUES | TRA_FVECTOR_FORM, {0x1, {K}, 4, 6, -1}},
+    {"axis63", 0, {AXIS_63, {W}, 9, 12, -1}},
+    {"every_type", 0, {0x1, {}, 0, 2, -1}},
+    {"groups_described_verbose",
+     TRA_FGROUP_CLASSES | DESC | TRA_FRESERVED_COMMENT | TRA_FVERBOSE,
+     {0x3 | AXIS_63, {K, W}, 10, 14, -1}},
+    {"vector_skip_no_axis_aliases",
+     TRA_FVECTOR_FORM | TRA_FSKIP_DEFAULTS | TRA_FNO_AXIS | TRA_FUSE_ALIASES,
+     {0x1, {K, W}, 0, 32, -1}},
+};
+
+class GoldenUpload : public ::testing::TestWithParam<GoldenCase> {};
+
+TEST_P(GoldenUpload, MatchesItsFile) {
+    const GoldenCase &c = GetParam();
+    RegisterBus b(c.flags);
+    for (const char *line : GOLDEN_SETUP)
+        b.set(line);
+    Sink sink;
+    double progress = -1;
+    ASSERT_EQ(upload(b.tra, c.args, sink), 0);
+    ASSERT_EQ(tra_get_progress(b.tra, &progress), 0);
+    EXPECT_EQ(progress, 1.0);
+    const std::string path = std::string(RYN_TEST_DATA "/upload/") + c.name + ".txt";
+    if (std::getenv("RYN_UPDATE_GOLDEN") != nullptr) {
+        std::ofstream(path) << sink.text();
+        GTEST_SKIP() << "wrote " << path;
+    }
+    std::ifstream file(path);
+    ASSERT_TRUE(file.good()) << path << " missing (RYN_UPDATE_GOLDEN=1 writes it)";
+    std::stringstream expected;
+    expected << file.rdbuf();
+    EXPECT_EQ(sink.text(), expected.str()) << path;
+}
+
+INSTANTIATE_TEST_SUITE_P(Layouts, GoldenUpload, ::testing::ValuesIn(GOLDEN),
+                         [](const auto &info) { return std::string(info.param.name); });
+
+} // namespace
+
+namespace {
+
+// A refusal of the write callback ends the upload with 0, wherever it comes: in the header, the
+// axis block, a type header, a held section line or a value line; the progress stays as it was.
+TEST(RegisterUpload, RefusedLineEndsTheUploadWithoutError) {
+    RegisterBus b(TRA_FGROUP_CLASSES | TRA_FVERBOSE);
+    Sink full;
+    const UploadArgs args{0x3, {K}, 0, 14, -1};
+    ASSERT_EQ(upload(b.tra, args, full), 0);
+    for (int at : {0, 3, 9, 14, 16, 20, static_cast<int>(full.lines.size()) - 1}) {
+        SCOPED_TRACE(at);
+        Sink sink;
+        sink.refuse_at = at;
+        EXPECT_EQ(upload(b.tra, args, sink), 0);
+        EXPECT_EQ(sink.lines.size(), static_cast<std::size_t>(at));
+        double progress = -1;
+        ASSERT_EQ(tra_get_progress(b.tra, &progress), 0);
+        EXPECT_EQ(progress, sink.progress);
+        EXPECT_LT(progress, 1.0);
+    }
+}
+
+TEST(RegisterUpload, RefusedArguments) {
+    RegisterBus b;
+    Sink sink;
+    const uint8_t m = 3;
+    EXPECT_EQ(tra_oxcom_upload_register_stream_e(b.tra, 1, 1, &m, 0, -1, -1, Sink::write, &sink),
+              TRA_ENOTALLOWED);
+    EXPECT_EQ(
+        tra_oxcom_upload_register_stream_e(b.tra, 1, 1, nullptr, 0, -1, -1, Sink::write, &sink),
+        TRA_EBADPARAM);
+    EXPECT_EQ(tra_oxcom_upload_register_stream_e(b.tra, 1, 1, &K, 0, -1, -1, nullptr, &sink),
+              TRA_EBADPARAM);
+    TRA *offline = nullptr;
+    ASSERT_EQ(tra_create_register_traductor_o(&offline, 32, 0x03128100, 0, 0, 0), 0);
+    EXPECT_EQ(tra_oxcom_upload_register_stream_e(offline, 1, 1, &K, 0, -1, -1, Sink::write, &sink),
+              TRA_EBADPARAM);
+    LineSource none;
+    EXPECT_EQ(tra_oxcom_download_register_stream_e(offline, 1, 1, &K, LineSource::read, &none),
+              TRA_EBADPARAM);
+    EXPECT_EQ(tra_is_valid_register_traductor(offline), 1);
+    EXPECT_EQ(tra_is_valid_register_traductor_e(offline), 0);
+    EXPECT_EQ(tra_is_valid_register_traductor(b.tra), 1);
+    EXPECT_EQ(tra_is_valid_register_traductor_e(b.tra), 1);
+    tra_destroy(&offline);
+    // Nothing asked for: done at once.
+    EXPECT_EQ(tra_oxcom_upload_register_stream_e(b.tra, 0, 1, &K, 0, -1, -1, Sink::write, &sink),
+              0);
+    EXPECT_TRUE(sink.lines.empty());
+    uint8_t downloaded = 9;
+    EXPECT_EQ(tra_register_downloaded(b.tra, nullptr), TRA_EBADPARAM);
+    EXPECT_EQ(tra_register_downloaded(b.tra, &downloaded), 0);
+    EXPECT_EQ(downloaded, 0);
+}
+
+// A register element of axis 0 checked after a download, with its raw value.
+struct Check {
+    int axis;
+    uint32_t kind, index, sub;
+    uint64_t value;
+};
+
+// One download and what it leaves: its result, the report, the downloaded byte and registers.
+struct DownloadCase {
+    const char *name;
+    std::vector<uint8_t> types;
+    uint32_t filter_mode;
+    std::vector<std::string> lines;
+    int rc;
+    uint32_t lines_read, sent, skipped;
+    std::vector<Check> checks;
+};
+
+void PrintTo(const DownloadCase &c, std::ostream *os) {
+    *os << c.name;
+}
+
+const DownloadCase DOWNLOADS[] = {
+    {"CommentsOnly", {K}, 0, {"# nothing", "; at all", ""}, 0, 3, 0, 0, {}},
+    {"CommandIsRefused",
+     {K},
+     0,
+     {"K1.0=7", "CLX.0", "K2.0=8"},
+     TRA_ENOTALLOWED,
+     2,
+     1,
+     0,
+     {{0, K, 1, 0, 7}, {0, K, 2, 0, 0}}},
+    {"ReadIsRefused", {K}, 0, {"K1.0"}, TRA_ENOTALLOWED, 1, 0, 0, {}},
+    {"TypeOutsideTheListIsSkipped",
+     {K},
+     0,
+     {"X5.0=3", "K1.0=9"},
+     0,
+     2,
+     1,
+     1,
+     {{0, X, 5, 0, 0}, {0, K, 1, 0, 9}}},
+    {"BadLineStopsEarlierLinesStay",
+     {K},
+     0,
+     {"K1.0=11", "K2.0=12", "K3.0=(", "K4.0=13"},
+     TRA_ECMDSYNTAX,
+     3,
+     2,
+     0,
+     {{0, K, 1, 0, 11}, {0, K, 2, 0, 12}, {0, K, 4, 0, 1000}}},
+    {"FilterOneSendsOnlyWhatIsNotUserData",
+     {K},
+     1,
+     {"K1.0=21", "K60:0.0=5"},
+     0,
+     2,
+     1,
+     1,
+     {{0, K, 1, 0, 1000}, {0, K, 60, 0, 5}}},
+    {"FilterTwoSendsOnlyUserData",
+     {K},
+     2,
+     {"K1.0=21", "K60:0.0=5"},
+     0,
+     2,
+     1,
+     1,
+     {{0, K, 1, 0, 21}, {0, K, 60, 0, 0}}},
+};
+
+class Download : public ::testing::TestWithParam<DownloadCase> {};
+
+TEST_P(Download, SendsWhatItShould) {
+    const DownloadCase &c = GetParam();
+    RegisterBus b;
+    LineSource source(c.lines);
+    EXPECT_EQ(tra_oxcom_download_register_stream_e2(b.tra, 0xF, int32_t(c.types.size()),
+                                                    c.types.data(), c.filter_mode, LineSource::read,
+                                                    &source),
+              c.rc);
+    TRA_STREAM_REPORT report{};
+    report.size = sizeof report;
+    ASSERT_EQ(tra_get_stream_report(b.tra, &report), 0);
+    EXPECT_EQ(report.lines, c.lines_read);
+    EXPECT_EQ(report.sent, c.sent);
+    EXPECT_EQ(report.skipped, c.skipped);
+    EXPECT_EQ(report.refused, 0u);
+    uint8_t downloaded = 9;
+    ASSERT_EQ(tra_register_downloaded(b.tra, &downloaded), 0);
+    EXPECT_EQ(downloaded, c.sent > 0 ? 1 : 0);
+    for (const Check &k : c.checks)
+        EXPECT_EQ(b.read(k.axis, k.kind, k.index, k.sub), k.value) << k.index;
+}
+
+INSTANTIATE_TEST_SUITE_P(Lines, Download, ::testing::ValuesIn(DOWNLOADS),
+                         [](const auto &info) { return std::string(info.param.name); });
+
+// A fault in the middle of an upload: the upload ends with a code, and what was written is a
+// whole-line prefix of the upload without the fault.
+struct UploadFault {
+    const char *name;
+    std::function<void(OXB_BUS *)> fault;
+};
+
+TEST(RegisterUpload, FaultMidwayEndsWithACodeAndWholeLines) {
+    const UploadFault faults[] = {
+        {"DroppedAnswers",
+         [](OXB_BUS *bus) {
+             OXBSIM_FAULTS f{};
+             ASSERT_EQ(oxbsim_get_faults(bus, &f), 0);
+             f.drop = 1.0;
+             f.answer_ms = 20;
+             ASSERT_EQ(oxbsim_set_faults(bus, &f), 0);
+         }},
+        {"DriveDetached", [](OXB_BUS *bus) { ASSERT_EQ(oxbsim_detach(bus, 0), 0); }},
+    };
+    for (const UploadFault &f : faults) {
+        SCOPED_TRACE(f.name);
+        RegisterBus b;
+        const UploadArgs args{0x1, {K}, 0, 40, -1};
+        Sink full;
+        ASSERT_EQ(upload(b.tra, args, full), 0);
+        Sink sink;
+        sink.before_line = [&](std::size_t n) {
+            if (n == 12) f.fault(b.bus);
+        };
+        const int rc = upload(b.tra, args, sink);
+        EXPECT_TRUE(rc == TRA_ENOACK || rc == TRA_EGETREC) << rc;
+        ASSERT_LE(sink.lines.size(), full.lines.size());
+        EXPECT_GE(sink.lines.size(), 12u);
+        for (std::size_t i = 0; i < sink.lines.size(); ++i)
+            EXPECT_EQ(sink.lines[i], full.lines[i]);
+        double progress = 0;
+        ASSERT_EQ(tra_get_progress(b.tra, &progress), 0);
+        EXPECT_LT(progress, 1.0);
+    }
+}
+
+TEST(RegisterDownload, DriveLeavingMidwayEndsTheStream) {
+    RegisterBus b;
+    LineSource source({"K1.0=31", "K2.0=32", "K3.0=33", "K4.0=34"});
+    struct Reader {
+        LineSource *source;
+        OXB_BUS *bus;
+        static int read(TRA *tra, char *buffer, int32_t size, void *user) {
+            auto &r = *static_cast<Reader *>(user);
+            if (r.source->next == 2) oxbsim_detach(r.bus, 0);
+            return LineSource::read(tra, buffer, size, r.source);
+        }
+    } reader{&source, b.bus};
+    EXPECT_EQ(tra_oxcom_download_register_stream_e(b.tra, 0x1, 1, &K, Reader::read, &reader),
+              TRA_ENODRIVE);
+    TRA_STREAM_REPORT report{};
+    report.size = sizeof report;
+    ASSERT_EQ(tra_get_stream_report(b.tra, &report), 0);
+    EXPECT_EQ(report.sent, 2u);
+    EXPECT_EQ(report.acknowledged, 2u);
+}
+
+TEST(RegisterDownload, DroppedAnswerIsReportedAsRefused) {
+    RegisterBus b;
+    OXBSIM_FAULTS f{};
+    ASSERT_EQ(oxbsim_get_faults(b.bus, &f), 0);
+    LineSource source({"K1.0=41", "K2.0=42"});
+    struct Reader {
+        LineSource *source;
+        OXB_BUS *bus;
+        OXBSIM_FAULTS faults;
+        static int read(TRA *tra, char *buffer, int32_t size, void *user) {
+            auto &r = *static_cast<Reader *>(user);
+            if (r.source->next == 1) {
+                r.faults.drop = 1.0;
+                r.faults.answer_ms = 20;
+                oxbsim_set_faults(r.bus, &r.faults);
+            }
+            return LineSource::read(tra, buffer, size, r.source);
+        }
+    } reader{&source, b.bus, f};
+    EXPECT_EQ(tra_oxcom_download_register_stream_e(b.tra, 0x1, 1, &K, Reader::read, &reader), 0);
+    TRA_STREAM_REPORT report{};
+    report.size = sizeof report;
+    ASSERT_EQ(tra_get_stream_report(b.tra, &report), 0);
+    EXPECT_EQ(report.acknowledged, 1u);
+    EXPECT_EQ(report.refused, 1u);
+    EXPECT_EQ(report.first_refused_line, 2);
+}
+
+} // namespace
