@@ -379,6 +379,17 @@ int TypeWriter::write_vector(uint32_t, int n, const char *name, const char *comm
     return finish_line(out, comment);
 }
 
+// The serial number and boot revision lines of a drive ("dev") or its card ("ext"); revision 0
+// is A.
+int identity_lines(const Upload &u, const char *what, uint32_t serial, uint32_t revision) {
+    char line[96];
+    std::snprintf(line, sizeof line, "#  - %s.serial.number=%d", what, static_cast<int>(serial));
+    const int rc = u.emit(line);
+    std::snprintf(line, sizeof line, "#  - %s.boot.revision=%c", what,
+                  static_cast<char>('A' + revision % 26));
+    return rc == 0 ? u.emit(line) : rc;
+}
+
 } // namespace
 
 int Upload::emit(const char *line) const {
@@ -506,15 +517,9 @@ int _tra_upload_axis_comment(Upload &u, int axis) {
                           nullptr);
     std::snprintf(line, sizeof line, "#  - dev.soft.version=%s", version);
     if (rc == 0) rc = u.emit(line);
-    if (rc == 0 && verbose) {
-        std::snprintf(line, sizeof line, "#  - dev.serial.number=%d",
-                      static_cast<int>(field(&info, offsetof(wire::DriveInfo, serial))));
-        rc = u.emit(line);
-        std::snprintf(
-            line, sizeof line, "#  - dev.boot.revision=%c",
-            static_cast<char>('A' + field(&info, offsetof(wire::DriveInfo, boot_revision)) % 26));
-        if (rc == 0) rc = u.emit(line);
-    }
+    if (rc == 0 && verbose)
+        rc = identity_lines(u, "dev", field(&info, offsetof(wire::DriveInfo, serial)),
+                            field(&info, offsetof(wire::DriveInfo, boot_revision)));
     const uint32_t card = field(&ext, offsetof(wire::ExtInfo, product));
     if (rc == 0 && card != 0) {
         const char *name = vok_get_ext_product_name(card);
@@ -527,15 +532,9 @@ int _tra_upload_axis_comment(Upload &u, int axis) {
                               field(&ext, offsetof(wire::ExtInfo, version)), nullptr);
         std::snprintf(line, sizeof line, "#  - ext.soft.version=%s", version);
         if (rc == 0) rc = u.emit(line);
-        if (rc == 0 && verbose) {
-            std::snprintf(line, sizeof line, "#  - ext.serial.number=%d",
-                          static_cast<int>(field(&ext, offsetof(wire::ExtInfo, serial))));
-            rc = u.emit(line);
-            std::snprintf(
-                line, sizeof line, "#  - ext.boot.revision=%c",
-                static_cast<char>('A' + field(&ext, offsetof(wire::ExtInfo, boot_revision)) % 26));
-            if (rc == 0) rc = u.emit(line);
-        }
+        if (rc == 0 && verbose)
+            rc = identity_lines(u, "ext", field(&ext, offsetof(wire::ExtInfo, serial)),
+                                field(&ext, offsetof(wire::ExtInfo, boot_revision)));
     }
     if (rc == 0) rc = u.emit("");
     return rc;

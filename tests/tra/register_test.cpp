@@ -49,9 +49,7 @@ struct RegisterBus {
 
     // The raw value of one register element of a drive.
     uint64_t read(int axis, uint32_t kind, uint32_t index, uint32_t sub = 0) const {
-        uint64_t raw = ~uint64_t(0);
-        EXPECT_EQ(oxbsim_read(bus, axis, kind, index, sub, &raw), 0);
-        return raw;
+        return sim_read(bus, axis, kind, index, sub);
     }
 
     // Writes an element through the bus as a download would, checked.
