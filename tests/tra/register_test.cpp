@@ -17,7 +17,7 @@ namespace {
 
 using namespace ryn::test;
 
-constexpr uint8_t K = 2, KL = 0x42, KF = 0x22, KD = 0x62, X = 1, C = 13, W = 12, L = 8, V = 15;
+constexpr uint8_t K = 2, KL = 0x42, KF = 0x22, KD = 0x62, X = 1, C = 13, W = 12, L = 8;
 
 // A port on a sim: bus and a register translator on it; the upload date fixed.
 struct RegisterBus {
