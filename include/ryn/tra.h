@@ -237,6 +237,37 @@ typedef struct TRA_STREAM_REPORT {
     char first_refused_text[256]; /* its text, cut to fit */
 } TRA_STREAM_REPORT;
 
+/* Creates a register translator on a bus port; it learns each axis's drive from the bus.
+ * As tra_create_direct_traductor_e: the port stays the caller's and must outlive the translator. */
+RYN_EXPORT int tra_create_register_traductor_e(TRA **out, OXB_PORT *port, uint32_t flags);
+/* Downloads a parameter stream (register assignments only) to the axes; see the stream report.
+ * read_line gives one line at a time (0 a line, -1 the end, below -1 returned as it is). Lines of
+ * types outside types[0..type_count) are skipped; the version slots of the listed types are reset
+ * to 0 first. The first line that fails ends the download with its code (TRA_ENOTALLOWED for a
+ * line that is not an assignment, TRA_EREADONLY, TRA_ENODRIVE when a drive leaves...); the lines
+ * before it stay applied. A line a drive refuses does not end it: read tra_get_stream_report. */
+RYN_EXPORT int tra_oxcom_download_register_stream_e(TRA *tra, uint64_t axis_mask,
+                                                    int32_t type_count, const uint8_t *types,
+                                                    TRA_READ_LINE read_line, void *user);
+/* As tra_oxcom_download_register_stream_e, each line sent only as filter_mode & 3 says (1, 2). */
+RYN_EXPORT int tra_oxcom_download_register_stream_e2(TRA *tra, uint64_t axis_mask,
+                                                     int32_t type_count, const uint8_t *types,
+                                                     uint32_t filter_mode, TRA_READ_LINE read_line,
+                                                     void *user);
+/* Whether the last download sent at least one command to a drive (*downloaded 1 or 0).
+ * TRA_EBADPARAM for a handle that is not a register translator or a null output. */
+RYN_EXPORT int tra_register_downloaded(TRA *tra, uint8_t *downloaded);
+/* Uploads the registers of the axes as a commented parameter stream through write_line.
+ * The layout follows the translator's upload flags (docs/parameter-files.md); type_count -1
+ * uploads every type and writes no version lines; registers from first_index on, at most
+ * max_index per type and max_subindex elements each (negative: no limit; max_subindex >= 0 also
+ * writes strings and IP addresses as numbers). Each line is handed to write_line, whose non-zero result ends the
+ * upload early with 0. Progress runs from 0.0 to 1.0. A failed read ends it with its code; no
+ * partial line is written. Read-only elements are uploaded too, though a download refuses them. */
+RYN_EXPORT int tra_oxcom_upload_register_stream_e(TRA *tra, uint64_t axis_mask, int32_t type_count,
+                                                  const uint8_t *types, int32_t first_index,
+                                                  int32_t max_index, int32_t max_subindex,
+                                                  TRA_WRITE_LINE write_line, void *user);
 /* Creates a direct translator on a bus port; it learns each axis's drive from the bus.
  * The port stays the caller's and must outlive the translator; TRA_EBADPARAM for a port that is
  * not open, TRA_EINTERNAL when the bus refuses its event handler. */

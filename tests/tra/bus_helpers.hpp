@@ -20,6 +20,13 @@ namespace ryn::test {
 inline constexpr uint64_t AXIS_63 = uint64_t(1) << 63;
 inline constexpr uint32_t VERSION_TYPE = 3, VERSION_INDEX = 282;
 
+// The raw value of one register element of a simulated drive, read past the bus.
+inline uint64_t sim_read(OXB_BUS *bus, int axis, uint32_t kind, uint32_t index, uint32_t sub) {
+    uint64_t raw = ~uint64_t(0);
+    EXPECT_EQ(oxbsim_read(bus, axis, kind, index, sub, &raw), 0);
+    return raw;
+}
+
 // A port on a sim: bus and a direct translator on it.
 struct OnBus {
     OXB_PORT *port = nullptr;
@@ -40,9 +47,7 @@ struct OnBus {
 
     // The raw value of one register element of a drive.
     uint64_t read(int axis, uint32_t kind, uint32_t index, uint32_t sub = 0) const {
-        uint64_t raw = ~uint64_t(0);
-        EXPECT_EQ(oxbsim_read(bus, axis, kind, index, sub, &raw), 0);
-        return raw;
+        return sim_read(bus, axis, kind, index, sub);
     }
 };
 
