@@ -261,9 +261,10 @@ RYN_EXPORT int tra_register_downloaded(TRA *tra, uint8_t *downloaded);
  * The layout follows the translator's upload flags (docs/parameter-files.md); type_count -1
  * uploads every type and writes no version lines; registers from first_index on, at most
  * max_index per type and max_subindex elements each (negative: no limit; max_subindex >= 0 also
- * writes strings and IP addresses as numbers). Each line is handed to write_line, whose non-zero result ends the
- * upload early with 0. Progress runs from 0.0 to 1.0. A failed read ends it with its code; no
- * partial line is written. Read-only elements are uploaded too, though a download refuses them. */
+ * writes strings and IP addresses as numbers). Each line is handed to write_line, whose non-zero
+ * result ends the upload early with 0. Progress runs from 0.0 to 1.0. A failed read ends it with
+ * its code; no partial line is written. Read-only elements are uploaded too, though a download
+ * refuses them. */
 RYN_EXPORT int tra_oxcom_upload_register_stream_e(TRA *tra, uint64_t axis_mask, int32_t type_count,
                                                   const uint8_t *types, int32_t first_index,
                                                   int32_t max_index, int32_t max_subindex,
