@@ -97,17 +97,22 @@ function(ryn_library)
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 endfunction()
 
-# ryn_test(NAME <exe> SOURCES ... LIBS ...): one GoogleTest program, its cases registered with CTest.
+# ryn_test(NAME <exe> SOURCES ... LIBS ... [DEFINITIONS ...] [DEPENDS ...]): one GoogleTest program,
+# its cases registered with CTest.
 # Left out, with the rest of the GoogleTest programs, when GoogleTest was not found.
 function(ryn_test)
-    cmake_parse_arguments(A "" "NAME" "SOURCES;LIBS" ${ARGN})
+    cmake_parse_arguments(A "" "NAME" "SOURCES;LIBS;DEFINITIONS;DEPENDS" ${ARGN})
     if(NOT GTest_FOUND)
         return()
     endif()
     add_executable(${A_NAME} ${A_SOURCES})
     target_link_libraries(${A_NAME} PRIVATE ${A_LIBS} GTest::gtest GTest::gmock GTest::gtest_main
         ryn_warnings)
-    target_compile_definitions(${A_NAME} PRIVATE RYN_TEST_DATA="${PROJECT_SOURCE_DIR}/tests/data")
+    target_compile_definitions(${A_NAME} PRIVATE RYN_TEST_DATA="${PROJECT_SOURCE_DIR}/tests/data"
+        ${A_DEFINITIONS})
+    if(A_DEPENDS)
+        add_dependencies(${A_NAME} ${A_DEPENDS})
+    endif()
     gtest_discover_tests(${A_NAME} DISCOVERY_TIMEOUT 60)
 endfunction()
 
