@@ -199,36 +199,36 @@ std::vector<DriveSpec> read_config(const std::string &path, const std::string &o
         if ((seen >> axis & 1) != 0) config_fail(where, "axis " + std::to_string(axis) + " twice");
         seen |= uint64_t{1} << axis;
 
-        DriveSpec spec{axis, default_identity(axis), where, OXB_ECONFIG};
+        DriveSpec entry{axis, default_identity(axis), where, OXB_ECONFIG};
         if (!d.contains("product")) config_fail(where, "needs a \"product\"");
         const json &p = d["product"];
-        if (p.is_string() ? !parse_product(p.get<std::string>(), &spec.identity.product)
-                          : (spec.identity.product = config_u32(p, where + ".product", UINT32_MAX),
-                             vok_get_product_name(spec.identity.product) == nullptr))
+        if (p.is_string() ? !parse_product(p.get<std::string>(), &entry.identity.product)
+                          : (entry.identity.product = config_u32(p, where + ".product", UINT32_MAX),
+                             vok_get_product_name(entry.identity.product) == nullptr))
             config_fail(where + ".product", "unknown drive product " + p.dump());
         if (d.contains("version") &&
             (!d["version"].is_string() ||
-             !parse_version(d["version"].get<std::string>(), &spec.identity.version)))
+             !parse_version(d["version"].get<std::string>(), &entry.identity.version)))
             config_fail(where + ".version", "must be a version text such as \"3.12B\"");
         if (d.contains("card")) {
             const json &c = d["card"];
             if (c.is_string()
-                    ? !parse_card(c.get<std::string>(), &spec.identity.ext_product)
-                    : (spec.identity.ext_product = config_u32(c, where + ".card", UINT32_MAX),
-                       spec.identity.ext_product != 0 &&
-                           vok_get_ext_product_name(spec.identity.ext_product) == nullptr))
+                    ? !parse_card(c.get<std::string>(), &entry.identity.ext_product)
+                    : (entry.identity.ext_product = config_u32(c, where + ".card", UINT32_MAX),
+                       entry.identity.ext_product != 0 &&
+                           vok_get_ext_product_name(entry.identity.ext_product) == nullptr))
                 config_fail(where + ".card", "unknown extension card " + c.dump());
         }
         if (d.contains("card_version") &&
             (!d["card_version"].is_string() ||
-             !parse_version(d["card_version"].get<std::string>(), &spec.identity.ext_version)))
+             !parse_version(d["card_version"].get<std::string>(), &entry.identity.ext_version)))
             config_fail(where + ".card_version", "must be a version text such as \"1.02A\"");
         if (d.contains("serial"))
-            spec.identity.serial = config_u32(d["serial"], where + ".serial", UINT32_MAX);
+            entry.identity.serial = config_u32(d["serial"], where + ".serial", UINT32_MAX);
         if (d.contains("boot_revision"))
-            spec.identity.boot_revision =
+            entry.identity.boot_revision =
                 config_u32(d["boot_revision"], where + ".boot_revision", UINT32_MAX);
-        drives.push_back(spec);
+        drives.push_back(entry);
     }
     return drives;
 }
@@ -478,21 +478,21 @@ int parse_address(const char *address, SimAddress *out, std::string *message) {
 
         for (int axis = 0; axis < 64; ++axis) {
             if ((axes >> axis & 1) == 0) continue;
-            DriveSpec spec{axis, default_identity(axis), "", OXB_EOPTION};
+            DriveSpec entry{axis, default_identity(axis), "", OXB_EOPTION};
             auto mark = [&](const char *k) {
-                if (!spec.origin.empty()) spec.origin += ';';
-                spec.origin.append(k).append("=").append(options[k]);
+                if (!entry.origin.empty()) entry.origin += ';';
+                entry.origin.append(k).append("=").append(options[k]);
             };
             if ((product_axes >> axis & 1) != 0) {
-                if (has("product")) spec.identity.product = product, mark("product");
-                if (has("version")) spec.identity.version = version, mark("version");
+                if (has("product")) entry.identity.product = product, mark("product");
+                if (has("version")) entry.identity.version = version, mark("version");
             }
             if (has("ext") && (drive_axes >> axis & 1) != 0)
-                spec.identity.ext_product = card, mark("ext");
-            if (spec.origin.empty())
-                spec.origin = has("axes") ? "axes=" + options["axes"] : std::string("sim:");
-            spec.origin = "sim: option '" + spec.origin + "'";
-            a.drives.push_back(spec);
+                entry.identity.ext_product = card, mark("ext");
+            if (entry.origin.empty())
+                entry.origin = has("axes") ? "axes=" + options["axes"] : std::string("sim:");
+            entry.origin = "sim: option '" + entry.origin + "'";
+            a.drives.push_back(entry);
         }
     }
     *out = std::move(a);

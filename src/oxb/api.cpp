@@ -106,14 +106,14 @@ int open_port(const char *address, OXB_PORT **port) {
 
     auto make_bus = [&](std::shared_ptr<Bus> *bus) {
         auto transport = std::make_unique<SimTransport>(parsed.faults);
-        for (const DriveSpec &spec : parsed.drives) {
+        for (const DriveSpec &entry : parsed.drives) {
             std::unique_ptr<sim::Drive> drive;
             std::string why;
-            if (make_drive(spec.identity, spec.axis, &drive, &why) != 0) {
-                message = spec.origin + ": " + why;
-                return spec.code;
+            if (make_drive(entry.identity, entry.axis, &drive, &why) != 0) {
+                message = entry.origin + ": " + why;
+                return entry.code;
             }
-            transport->attach(spec.axis, std::move(drive));
+            transport->attach(entry.axis, std::move(drive));
         }
         auto *handle = reinterpret_cast<OXB_BUS *>(Registry::get().fresh_handle());
         *bus = std::make_shared<Bus>(std::move(transport), handle);
