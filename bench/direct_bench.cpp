@@ -9,6 +9,8 @@
 
 #include <benchmark/benchmark.h>
 
+#include "line_source.hpp"
+
 #include "ryn/oxb.h"
 #include "ryn/tra.h"
 
@@ -141,31 +143,21 @@ void BM_DirectRoundTrip(benchmark::State &state) {
 BENCHMARK(BM_DirectRoundTrip);
 
 // A stream of 10,000 command lines: assignments over four drives, a comment now and then.
-struct Stream {
-    std::vector<std::string> lines;
-    std::size_t next = 0;
-
-    Stream() {
-        lines.push_back("# User X,XL,XF,XD register version: 1.00A");
-        char line[64];
-        for (int n = 1; lines.size() < 10000; ++n) {
-            if (n % 100 == 0)
-                std::snprintf(line, sizeof line, "# block %d", n / 100);
-            else
-                std::snprintf(line, sizeof line, "X%d.%d=%d", n % 1000, n % 4, n);
-            lines.emplace_back(line);
-        }
+// The 10,000 lines of the benchmark's stream: a version line, X assignments, a comment now and
+// then.
+LineSource stream_lines() {
+    LineSource source;
+    source.lines.push_back("# User X,XL,XF,XD register version: 1.00A");
+    char line[64];
+    for (int n = 1; source.lines.size() < 10000; ++n) {
+        if (n % 100 == 0)
+            std::snprintf(line, sizeof line, "# block %d", n / 100);
+        else
+            std::snprintf(line, sizeof line, "X%d.%d=%d", n % 1000, n % 4, n);
+        source.lines.emplace_back(line);
     }
-    static int read(TRA *, char *buffer, int32_t size, void *user) {
-        auto &s = *static_cast<Stream *>(user);
-        if (s.next >= s.lines.size()) return -1;
-        const std::string &l = s.lines[s.next++];
-        if (static_cast<int32_t>(l.size()) >= size) return -2;
-        l.copy(buffer, l.size());
-        buffer[l.size()] = '\0';
-        return 0;
-    }
-};
+    return source;
+}
 
 void BM_DirectStream(benchmark::State &state) {
     Session s;
@@ -173,10 +165,10 @@ void BM_DirectStream(benchmark::State &state) {
         state.SkipWithError("session");
         return;
     }
-    Stream stream;
+    LineSource stream = stream_lines();
     for (auto _ : state) {
         stream.next = 0;
-        if (tra_oxcom_send_direct_stream_e(s.tra, 0xF, Stream::read, &stream) != 0) {
+        if (tra_oxcom_send_direct_stream_e(s.tra, 0xF, LineSource::read, &stream) != 0) {
             state.SkipWithError("stream");
             break;
         }

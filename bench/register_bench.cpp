@@ -9,6 +9,8 @@
 
 #include <benchmark/benchmark.h>
 
+#include "line_source.hpp"
+
 #include "ryn/oxb.h"
 #include "ryn/tra.h"
 
@@ -104,20 +106,6 @@ void BM_UploadUserRegisters(benchmark::State &state) {
 }
 BENCHMARK(BM_UploadUserRegisters)->Unit(benchmark::kMillisecond)->UseRealTime();
 
-struct File {
-    std::vector<std::string> lines;
-    std::size_t next = 0;
-    static int read(TRA *, char *buffer, int32_t size, void *user) {
-        auto &f = *static_cast<File *>(user);
-        if (f.next >= f.lines.size()) return -1;
-        const std::string &l = f.lines[f.next++];
-        if (static_cast<int32_t>(l.size()) >= size) return -2;
-        l.copy(buffer, l.size());
-        buffer[l.size()] = '\0';
-        return 0;
-    }
-};
-
 void BM_DownloadUserRegisters(benchmark::State &state) {
     Session s;
     Sink sink;
@@ -126,7 +114,7 @@ void BM_DownloadUserRegisters(benchmark::State &state) {
         return;
     }
     // The backup as a restore reads it: read-only elements left out.
-    File file;
+    LineSource file;
     for (const std::string &l : sink.lines) {
         Record r;
         uint32_t count = 0;
@@ -138,8 +126,8 @@ void BM_DownloadUserRegisters(benchmark::State &state) {
     const double bare = s.bare_rate("K1.0=1000", 0.3); // one assignment, as the download sends
     for (auto _ : state) {
         file.next = 0;
-        if (tra_oxcom_download_register_stream_e(s.tra, AXES, TYPE_COUNT, USER_TYPES, File::read,
-                                                 &file) != 0) {
+        if (tra_oxcom_download_register_stream_e(s.tra, AXES, TYPE_COUNT, USER_TYPES,
+                                                 LineSource::read, &file) != 0) {
             state.SkipWithError("download");
             break;
         }
