@@ -108,6 +108,7 @@ function(ryn_test)
     add_executable(${A_NAME} ${A_SOURCES})
     target_link_libraries(${A_NAME} PRIVATE ${A_LIBS} GTest::gtest GTest::gmock GTest::gtest_main
         ryn_warnings)
+    target_include_directories(${A_NAME} PRIVATE ${PROJECT_SOURCE_DIR}/tests/common)
     target_compile_definitions(${A_NAME} PRIVATE RYN_TEST_DATA="${PROJECT_SOURCE_DIR}/tests/data"
         ${A_DEFINITIONS})
     if(A_DEPENDS)

@@ -18,10 +18,13 @@ struct Shape {
 };
 
 const Shape shapes[] = {
+    {"sim:", DEFAULT_AXES, 0, 32, 0x03128100, 0, 0, 10001},
+    {"sim:", DEFAULT_AXES, 1, 32, 0x03128100, 0x21, 0x01028000, 10002},
     {"sim:", DEFAULT_AXES, 2, 34, 0x03128100, 0, 0, 10003},
+    {"sim:", DEFAULT_AXES, 3, 32, 0x03208000, 0x22, 0x02008000, 10004},
+    {"sim:", DEFAULT_AXES, 63, 51, 0x02018000, 0, 0, 50001},
     {"sim:axes=0-2", 0x7, 1, 32, 0x03128100, 0, 0, 10002},
     {"sim:axes=5,63", axis(5) | AXIS63, 63, 51, 0x02018000, 0, 0, 50001},
-    {"sim:axes=7", axis(7), 7, 32, 0x03128100, 0, 0, 10008},
     {"sim:axes=1;product=ORX-D34", 0x2, 1, 34, 0x03128100, 0, 0, 10002},
     {"sim:axes=0;product=33;version=3.12B", 0x1, 0, 33, 0x03128100, 0, 0, 10001},
     {"sim:axes=0;version=3.20A", 0x1, 0, 32, 0x03208000, 0, 0, 10001},
@@ -44,6 +47,7 @@ TEST_P(Shapes, OptionsDescribeTheDrives) {
     wire::DriveInfo d{};
     d.size = 76;
     ASSERT_EQ(oxb_get_drive_info(b, s.axis, &d), 0);
+    EXPECT_EQ(d.size, 76u);
     EXPECT_EQ(d.product, s.product);
     EXPECT_EQ(d.version, s.version);
     EXPECT_EQ(d.serial, s.serial);
@@ -52,6 +56,10 @@ TEST_P(Shapes, OptionsDescribeTheDrives) {
     ASSERT_EQ(oxb_get_ext_info(b, s.axis, &e), 0);
     EXPECT_EQ(e.product, s.card);
     EXPECT_EQ(e.version, s.card_version);
+    wire::BusInfo info{12, 0xFFFF, 0xFFFF};
+    ASSERT_EQ(oxb_get_bus_info(b, 0, &info), 0);
+    EXPECT_EQ(info.flags, 0u);
+    EXPECT_EQ(info.reserved, 0u);
 }
 
 INSTANTIATE_TEST_SUITE_P(Addresses, Shapes, ::testing::ValuesIn(shapes),

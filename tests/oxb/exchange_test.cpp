@@ -159,42 +159,6 @@ TEST_F(BusTest, AnswerTooBigForTheBufferStaysForTheNextReceive) {
     EXPECT_EQ(r.count(), 3);
 }
 
-struct InfoCase {
-    int axis;
-    uint32_t product, version, serial, card, card_version;
-};
-
-TEST_F(BusTest, InformationRecordsOfTheDefaultBus) {
-    OXB_PORT *p = open("sim:");
-    OXB_BUS *b = bus_of(p);
-    uint64_t present = 0;
-    ASSERT_EQ(oxb_get_present_axes(b, &present), 0);
-    EXPECT_EQ(present, DEFAULT_AXES);
-    const InfoCase cases[] = {
-        {0, 32, 0x03128100, 10001, 0, 0},  {1, 32, 0x03128100, 10002, 0x21, 0x01028000},
-        {2, 34, 0x03128100, 10003, 0, 0},  {3, 32, 0x03208000, 10004, 0x22, 0x02008000},
-        {63, 51, 0x02018000, 50001, 0, 0},
-    };
-    for (const InfoCase &c : cases) {
-        wire::DriveInfo d{};
-        d.size = 76;
-        ASSERT_EQ(oxb_get_drive_info(b, c.axis, &d), 0) << c.axis;
-        EXPECT_EQ(d.size, 76u);
-        EXPECT_EQ(d.product, c.product) << c.axis;
-        EXPECT_EQ(d.version, c.version) << c.axis;
-        EXPECT_EQ(d.serial, c.serial) << c.axis;
-        wire::ExtInfo e{};
-        e.size = 20;
-        ASSERT_EQ(oxb_get_ext_info(b, c.axis, &e), 0);
-        EXPECT_EQ(e.product, c.card) << c.axis;
-        EXPECT_EQ(e.version, c.card_version) << c.axis;
-    }
-    wire::BusInfo info{12, 0xFFFF, 0xFFFF};
-    ASSERT_EQ(oxb_get_bus_info(b, 0, &info), 0);
-    EXPECT_EQ(info.flags, 0u);
-    EXPECT_EQ(info.reserved, 0u);
-}
-
 TEST_F(BusTest, StreamableTypes) {
     OXB_BUS *b = bus_of(open("sim:"));
     const struct {

@@ -1,5 +1,5 @@
 // Helpers of the served bus tests: a server on a free loopback port run by a thread of the test,
-// records, raw connections that write whatever a test wants, and a recorder of events.
+// clients, and raw connections that write whatever a test wants.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -10,18 +10,16 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <condition_variable>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "bus_records.hpp"
 #include "frames.hpp"
-#include "ryn/oxb.h"
 #include "ryn/oxbsim.h"
 #include "server.hpp"
-#include "wire/wire.hpp"
 
 namespace ryn::test {
 
@@ -32,32 +30,6 @@ constexpr uint32_t X = 1;
 inline long ms_since(Clock::time_point start) {
     return static_cast<long>(
         std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count());
-}
-
-struct Record {
-    alignas(8) uint8_t bytes[wire::RECORD_MAX_SIZE] = {};
-    uint32_t word() const { return wire::load_u32(bytes); }
-    int size() const { return wire::record_size(bytes[0]); }
-    bool ack() const { return (word() & wire::HEADER_ACK) != 0; }
-    bool is_bus_answer() const {
-        return !ack() && (word() & wire::HEADER_STATUS) != 0 && bytes[0] == 0;
-    }
-    bool operator==(const Record &o) const {
-        return size() == o.size() && std::memcmp(bytes, o.bytes, size()) == 0;
-    }
-};
-
-inline Record read_record(uint32_t type, uint32_t index) {
-    Record r;
-    oxb_build_record(r.bytes, 1, wire::REC_READ, 0, "i", type, index);
-    return r;
-}
-
-inline Record assign_record(uint32_t type, uint32_t index, uint32_t value) {
-    Record r;
-    oxb_build_record(r.bytes, 2, wire::REC_COMMAND, wire::CMD_SET, "ii", type,
-                     wire::encode_destination(index, 0), 0u, value);
-    return r;
 }
 
 // A served bus on 127.0.0.1 and a free port, run by a thread of the test.
@@ -86,15 +58,12 @@ class ServedBus {
     }
     // Whether a log line containing `text` came, waiting up to 2 s for it.
     bool logged(const std::string &text) {
-        for (auto start = Clock::now(); ms_since(start) < 2000;) {
-            {
-                std::lock_guard lk(mu_);
-                for (const std::string &line : log_)
-                    if (line.find(text) != std::string::npos) return true;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        }
-        return false;
+        return eventually([&] {
+            std::lock_guard lk(mu_);
+            for (const std::string &line : log_)
+                if (line.find(text) != std::string::npos) return true;
+            return false;
+        });
     }
 
   private:
@@ -114,16 +83,7 @@ struct Client {
     void close() {
         if (port != nullptr) oxb_close(&port);
     }
-    // Sends a record and takes its answer.
-    Record exchange(uint64_t axes, const Record &r, int timeout_ms = 3000) {
-        int ticket = 0;
-        Record answer;
-        EXPECT_EQ(oxb_send(port, &ticket, axes, r.bytes, 1000), 0);
-        void *got = nullptr;
-        EXPECT_EQ(oxb_receive(port, &got, 0, answer.bytes, 65, 0, timeout_ms), 0);
-        EXPECT_EQ(got, &ticket);
-        return answer;
-    }
+    Record exchange(uint64_t axes, const Record &r) { return test::exchange(port, axes, r); }
     OXB_PORT *port = nullptr;
     OXB_BUS *bus = nullptr;
     int rc = 0;
@@ -206,25 +166,6 @@ class Raw {
 
   private:
     int fd_ = -1;
-};
-
-// Records the events a handler receives.
-struct EventLog {
-    std::mutex mu;
-    std::condition_variable cv;
-    std::vector<std::pair<int, int>> events;
-    static int handler(OXB_BUS *, int axis, int event, void *context) {
-        auto *log = static_cast<EventLog *>(context);
-        std::lock_guard lk(log->mu);
-        log->events.emplace_back(axis, event);
-        log->cv.notify_all();
-        return 0;
-    }
-    std::vector<std::pair<int, int>> wait_for(std::size_t n) {
-        std::unique_lock lk(mu);
-        cv.wait_for(lk, std::chrono::seconds(3), [&] { return events.size() >= n; });
-        return events;
-    }
 };
 
 } // namespace ryn::test

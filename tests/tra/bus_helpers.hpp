@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "bus_records.hpp"
 #include "ryn/oxbsim.h"
 #include "ryn/sup.h"
 #include "ryn/tra.h"
@@ -82,16 +83,6 @@ inline Answer roundtrip(TRA *tra, const char *line, uint64_t user = 77) {
     return a;
 }
 
-// Waits until what(), for at most two seconds.
-inline bool eventually(const std::function<bool()> &what) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(2);
-    while (!what()) {
-        if (std::chrono::steady_clock::now() > end) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
-}
-
 // A stream fed from a list of lines; notes the progress each time a line is asked for.
 struct LineSource {
     explicit LineSource(std::vector<std::string> l = {}, int fail = -1)
@@ -102,12 +93,14 @@ struct LineSource {
     int fail_code = -7; // with this code
     std::size_t next = 0;
     std::vector<double> progress;
+    std::function<void(std::size_t)> before_read; // runs before each read, given `next`
 
     static int read(TRA *tra, char *buffer, int32_t size, void *user) {
         auto &s = *static_cast<LineSource *>(user);
         double p = -1;
         tra_get_progress(tra, &p);
         s.progress.push_back(p);
+        if (s.before_read) s.before_read(s.next);
         if (static_cast<int>(s.next) == s.fail_at) return s.fail_code;
         if (s.next >= s.lines.size()) return -1;
         const std::string &l = s.lines[s.next++];

@@ -396,26 +396,32 @@ TEST_P(Download, SendsWhatItShould) {
 INSTANTIATE_TEST_SUITE_P(Lines, Download, ::testing::ValuesIn(DOWNLOADS),
                          [](const auto &info) { return std::string(info.param.name); });
 
-// A fault in the middle of an upload: the upload ends with a code, and what was written is a
-// whole-line prefix of the upload without the fault.
-struct UploadFault {
+// Faults that strike in the middle of a stream, and what a download of two lines reports when
+// one strikes before its second line.
+struct StreamFault {
     const char *name;
     std::function<void(OXB_BUS *)> fault;
+    int download_rc;
+    uint32_t refused;
 };
 
+const StreamFault STREAM_FAULTS[] = {
+    {"DroppedAnswers",
+     [](OXB_BUS *bus) {
+         OXBSIM_FAULTS f{};
+         ASSERT_EQ(oxbsim_get_faults(bus, &f), 0);
+         f.drop = 1.0;
+         f.answer_ms = 20;
+         ASSERT_EQ(oxbsim_set_faults(bus, &f), 0);
+     },
+     0, 1},
+    {"DriveDetached", [](OXB_BUS *bus) { ASSERT_EQ(oxbsim_detach(bus, 0), 0); }, TRA_ENODRIVE, 0},
+};
+
+// The upload ends with a code, and what was written is a whole-line prefix of the upload without
+// the fault.
 TEST(RegisterUpload, FaultMidwayEndsWithACodeAndWholeLines) {
-    const UploadFault faults[] = {
-        {"DroppedAnswers",
-         [](OXB_BUS *bus) {
-             OXBSIM_FAULTS f{};
-             ASSERT_EQ(oxbsim_get_faults(bus, &f), 0);
-             f.drop = 1.0;
-             f.answer_ms = 20;
-             ASSERT_EQ(oxbsim_set_faults(bus, &f), 0);
-         }},
-        {"DriveDetached", [](OXB_BUS *bus) { ASSERT_EQ(oxbsim_detach(bus, 0), 0); }},
-    };
-    for (const UploadFault &f : faults) {
+    for (const StreamFault &f : STREAM_FAULTS) {
         SCOPED_TRACE(f.name);
         RegisterBus b;
         const UploadArgs args{0x1, {K}, 0, 40, -1};
@@ -437,53 +443,26 @@ TEST(RegisterUpload, FaultMidwayEndsWithACodeAndWholeLines) {
     }
 }
 
-TEST(RegisterDownload, DriveLeavingMidwayEndsTheStream) {
-    RegisterBus b;
-    LineSource source({"K1.0=31", "K2.0=32", "K3.0=33", "K4.0=34"});
-    struct Reader {
-        LineSource *source;
-        OXB_BUS *bus;
-        static int read(TRA *tra, char *buffer, int32_t size, void *user) {
-            auto &r = *static_cast<Reader *>(user);
-            if (r.source->next == 2) oxbsim_detach(r.bus, 0);
-            return LineSource::read(tra, buffer, size, r.source);
-        }
-    } reader{&source, b.bus};
-    EXPECT_EQ(tra_oxcom_download_register_stream_e(b.tra, 0x1, 1, &K, Reader::read, &reader),
-              TRA_ENODRIVE);
-    TRA_STREAM_REPORT report{};
-    report.size = sizeof report;
-    ASSERT_EQ(tra_get_stream_report(b.tra, &report), 0);
-    EXPECT_EQ(report.sent, 2u);
-    EXPECT_EQ(report.acknowledged, 2u);
-}
-
-TEST(RegisterDownload, DroppedAnswerIsReportedAsRefused) {
-    RegisterBus b;
-    OXBSIM_FAULTS f{};
-    ASSERT_EQ(oxbsim_get_faults(b.bus, &f), 0);
-    LineSource source({"K1.0=41", "K2.0=42"});
-    struct Reader {
-        LineSource *source;
-        OXB_BUS *bus;
-        OXBSIM_FAULTS faults;
-        static int read(TRA *tra, char *buffer, int32_t size, void *user) {
-            auto &r = *static_cast<Reader *>(user);
-            if (r.source->next == 1) {
-                r.faults.drop = 1.0;
-                r.faults.answer_ms = 20;
-                oxbsim_set_faults(r.bus, &r.faults);
-            }
-            return LineSource::read(tra, buffer, size, r.source);
-        }
-    } reader{&source, b.bus, f};
-    EXPECT_EQ(tra_oxcom_download_register_stream_e(b.tra, 0x1, 1, &K, Reader::read, &reader), 0);
-    TRA_STREAM_REPORT report{};
-    report.size = sizeof report;
-    ASSERT_EQ(tra_get_stream_report(b.tra, &report), 0);
-    EXPECT_EQ(report.acknowledged, 1u);
-    EXPECT_EQ(report.refused, 1u);
-    EXPECT_EQ(report.first_refused_line, 2);
+// The first line stays acknowledged; a lost answer is a refusal of its line, a drive that left
+// ends the stream.
+TEST(RegisterDownload, FaultMidwayIsReported) {
+    for (const StreamFault &f : STREAM_FAULTS) {
+        SCOPED_TRACE(f.name);
+        RegisterBus b;
+        LineSource source({"K1.0=41", "K2.0=42"});
+        source.before_read = [&](std::size_t next) {
+            if (next == 1) f.fault(b.bus);
+        };
+        EXPECT_EQ(
+            tra_oxcom_download_register_stream_e(b.tra, 0x1, 1, &K, LineSource::read, &source),
+            f.download_rc);
+        TRA_STREAM_REPORT report{};
+        report.size = sizeof report;
+        ASSERT_EQ(tra_get_stream_report(b.tra, &report), 0);
+        EXPECT_EQ(report.acknowledged, 1u);
+        EXPECT_EQ(report.refused, f.refused);
+        EXPECT_EQ(report.first_refused_line, f.refused != 0 ? 2 : 0);
+    }
 }
 
 } // namespace
