@@ -1,6 +1,6 @@
 // The tool's core: the lint pass checked against what the translator really sends, the
 // explanations of refused lines, escaping of echoed input, the buffered output and the line
-// reader, and the command table.
+// reader.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -12,7 +12,6 @@
 #include <unistd.h>
 #include <vector>
 
-#include "commands.hpp"
 #include "explain.hpp"
 #include "input.hpp"
 #include "lint.hpp"
@@ -265,15 +264,6 @@ TEST(LineReader, ADirectoryIsAReadError) {
     EXPECT_FALSE(reader.next(line));
     EXPECT_EQ(reader.error(), EISDIR);
     close(fd);
-}
-
-TEST(Commands, EveryRowHasANameAndAFunction) {
-    ASSERT_FALSE(commands().empty());
-    for (const Command &c : commands()) {
-        EXPECT_NE(c.name, nullptr);
-        EXPECT_NE(c.add, nullptr);
-    }
-    EXPECT_EQ(command_names().substr(0, 9), "translate");
 }
 
 } // namespace

@@ -28,16 +28,20 @@ inline uint64_t sim_read(OXB_BUS *bus, int axis, uint32_t kind, uint32_t index, 
     return raw;
 }
 
-// A port on a sim: bus and a direct translator on it.
+// A port on a sim: bus and a translator on it: a direct translator, or a register translator
+// when `register_translator`.
 struct OnBus {
     OXB_PORT *port = nullptr;
     OXB_BUS *bus = nullptr;
     TRA *tra = nullptr;
 
-    explicit OnBus(const char *address = "sim:", uint32_t flags = 0) {
+    explicit OnBus(const char *address = "sim:", uint32_t flags = 0,
+                   bool register_translator = false) {
         EXPECT_EQ(oxb_open(address, &port), 0) << address;
         EXPECT_EQ(oxb_get_port_bus(port, &bus), 0);
-        EXPECT_EQ(tra_create_direct_traductor_e(&tra, port, flags), 0);
+        EXPECT_EQ(register_translator ? tra_create_register_traductor_e(&tra, port, flags)
+                                      : tra_create_direct_traductor_e(&tra, port, flags),
+                  0);
     }
     ~OnBus() {
         tra_destroy(&tra);
@@ -50,6 +54,14 @@ struct OnBus {
     uint64_t read(int axis, uint32_t kind, uint32_t index, uint32_t sub = 0) const {
         return sim_read(bus, axis, kind, index, sub);
     }
+};
+
+// A register element of a drive that a case checks after a stream: kind word, index, subindex
+// and the raw value expected.
+struct Check {
+    int axis;
+    uint32_t kind, index, sub;
+    uint64_t value;
 };
 
 // An answer read back as text, with the outputs of the receive.

@@ -19,16 +19,9 @@ using namespace ryn::test;
 
 constexpr uint8_t K = 2, KL = 0x42, KF = 0x22, KD = 0x62, X = 1, C = 13, W = 12, L = 8;
 
-// A port on a sim: bus and a register translator on it; the upload date fixed.
-struct RegisterBus {
-    OXB_PORT *port = nullptr;
-    OXB_BUS *bus = nullptr;
-    TRA *tra = nullptr;
-
-    explicit RegisterBus(uint32_t flags = 0, const char *address = "sim:") {
-        EXPECT_EQ(oxb_open(address, &port), 0) << address;
-        EXPECT_EQ(oxb_get_port_bus(port, &bus), 0);
-        EXPECT_EQ(tra_create_register_traductor_e(&tra, port, flags), 0);
+// A register translator on a sim: bus; the upload date fixed.
+struct RegisterBus : OnBus {
+    explicit RegisterBus(uint32_t flags = 0) : OnBus("sim:", flags, true) {
         std::tm date{};
         date.tm_year = 2026 - 1900;
         date.tm_mon = 10;
@@ -39,18 +32,7 @@ struct RegisterBus {
         date.tm_sec = 7;
         ryn::tra::_tra_set_upload_date(&date);
     }
-    ~RegisterBus() {
-        ryn::tra::_tra_set_upload_date(nullptr);
-        tra_destroy(&tra);
-        oxb_close(&port);
-    }
-    RegisterBus(const RegisterBus &) = delete;
-    RegisterBus &operator=(const RegisterBus &) = delete;
-
-    // The raw value of one register element of a drive.
-    uint64_t read(int axis, uint32_t kind, uint32_t index, uint32_t sub = 0) const {
-        return sim_read(bus, axis, kind, index, sub);
-    }
+    ~RegisterBus() { ryn::tra::_tra_set_upload_date(nullptr); }
 
     // Writes an element through the bus as a download would, checked.
     void set(const char *line) {
@@ -296,13 +278,6 @@ TEST(RegisterUpload, RefusedArguments) {
     EXPECT_EQ(tra_register_downloaded(b.tra, &downloaded), 0);
     EXPECT_EQ(downloaded, 0);
 }
-
-// A register element of axis 0 checked after a download, with its raw value.
-struct Check {
-    int axis;
-    uint32_t kind, index, sub;
-    uint64_t value;
-};
 
 // One download and what it leaves: its result, the report, the downloaded byte and registers.
 struct DownloadCase {

@@ -20,14 +20,6 @@ struct Expect {
     const char *first_refused_text;
 };
 
-// A register element of a drive that a case checks after its stream: kind word, index,
-// subindex and the raw value expected.
-struct Check {
-    int axis;
-    uint32_t kind, index, sub;
-    uint64_t value;
-};
-
 struct StreamCase {
     const char *name;
     const char *address;
