@@ -13,9 +13,10 @@ import ctypes
 import ctypes.util
 import os
 import sys
+import weakref
 from ctypes import (CFUNCTYPE, POINTER, c_char_p, c_double, c_float, c_int, c_int32, c_int64,
                     c_uint8, c_uint32, c_uint64, c_void_p)
-from typing import Dict, List, Optional, Sequence, Tuple
+from typing import Any, Callable, Dict, List, Optional, Sequence, Tuple, TypeVar
 
 SOVERSION = 4
 
@@ -144,35 +145,11 @@ _PROTOTYPES: Dict[str, Dict[str, Tuple[object, List[object]]]] = {
         "vok_command_exists": (_i, [_P, _u32]),
         "vok_get_param_count": (_i, [_P, _u32]),
         "vok_get_param_kind": (_u32, _dict_cp),
-        "vok_param_is_int32": (_i, _dict_cp),
-        "vok_param_is_int64": (_i, _dict_cp),
-        "vok_param_is_float": (_i, _dict_cp),
-        "vok_param_is_double": (_i, _dict_cp),
-        "vok_get_param_min_int32": (_i32, _dict_cp),
-        "vok_get_param_max_int32": (_i32, _dict_cp),
-        "vok_get_param_min_int64": (_i64, _dict_cp),
-        "vok_get_param_max_int64": (_i64, _dict_cp),
-        "vok_get_param_min_float": (_f, _dict_cp),
-        "vok_get_param_max_float": (_f, _dict_cp),
-        "vok_get_param_min_double": (_d, _dict_cp),
-        "vok_get_param_max_double": (_d, _dict_cp),
         "vok_find_command": (_i, [_P, _u32, _P]),
         "vok_param_is_vector": (_i, _dict_cp),
         "vok_command_has_vector_params": (_i, [_P, _u32]),
         "vok_get_param_format": (_i, _dict_cp),
         "vok_get_param_is_iso": (_i, _dict_cp),
-        "vok_reg_is_int32": (_i, [_P, _u32]),
-        "vok_reg_is_int64": (_i, [_P, _u32]),
-        "vok_reg_is_float": (_i, [_P, _u32]),
-        "vok_reg_is_double": (_i, [_P, _u32]),
-        "vok_get_reg_min_int32": (_i32, _dict_rtk),
-        "vok_get_reg_max_int32": (_i32, _dict_rtk),
-        "vok_get_reg_min_int64": (_i64, _dict_rtk),
-        "vok_get_reg_max_int64": (_i64, _dict_rtk),
-        "vok_get_reg_min_float": (_f, _dict_rtk),
-        "vok_get_reg_max_float": (_f, _dict_rtk),
-        "vok_get_reg_min_double": (_d, _dict_rtk),
-        "vok_get_reg_max_double": (_d, _dict_rtk),
         "vok_get_reg_default_int32": (_i32, _dict_rtk),
         "vok_get_reg_default_int64": (_i64, _dict_rtk),
         "vok_get_reg_default_float": (_f, _dict_rtk),
@@ -187,10 +164,6 @@ _PROTOTYPES: Dict[str, Dict[str, Tuple[object, List[object]]]] = {
         "vok_enum_entry_is_mask": (_i, [_P, _i, _i]),
         "vok_get_enum_entry_name": (_s, [_P, _i, _i]),
         "vok_get_enum_name": (_s, [_P, _i]),
-        "vok_get_enum_value_int32": (_i32, [_P, _i, _i]),
-        "vok_get_enum_value_int64": (_i64, [_P, _i, _i]),
-        "vok_get_enum_value_float": (_f, [_P, _i, _i]),
-        "vok_get_enum_value_double": (_d, [_P, _i, _i]),
         "vok_get_family_name": (_s, []),
         "vok_get_product_count": (_i, []),
         "vok_get_product_code": (_u32, [_i]),
@@ -291,6 +264,17 @@ _PROTOTYPES: Dict[str, Dict[str, Tuple[object, List[object]]]] = {
     },
 }
 
+# The dictionary's typed families: one function per value type for each of these.
+for _name, _type in (("int32", _i32), ("int64", _i64), ("float", _f), ("double", _d)):
+    _PROTOTYPES["vok"].update({
+        "vok_param_is_" + _name: (_i, _dict_cp), "vok_reg_is_" + _name: (_i, [_P, _u32]),
+        "vok_get_param_min_" + _name: (_type, _dict_cp),
+        "vok_get_param_max_" + _name: (_type, _dict_cp),
+        "vok_get_reg_min_" + _name: (_type, _dict_rtk),
+        "vok_get_reg_max_" + _name: (_type, _dict_rtk),
+        "vok_get_enum_value_" + _name: (_type, [_P, _i, _i]),
+    })
+
 _LOAD_ORDER = ("sup", "vok", "oxb", "tra")
 
 
@@ -353,6 +337,29 @@ class Libraries:
 
 
 lib = Libraries()
+
+
+_Self = TypeVar("_Self", bound="Owned")
+
+
+class Owned:
+    """An object that owns C handles: released by close() or at the end of a with block, else by
+    the garbage collector (weakref.finalize holds the handles, never the object, so no cycle)."""
+
+    _finalizer: Any
+
+    def _own(self, release: Callable[..., None], *handles: Any) -> None:
+        self._finalizer = weakref.finalize(self, release, *handles)
+
+    def close(self) -> None:
+        """Releases the C handles; closing twice is harmless."""
+        self._finalizer()
+
+    def __enter__(self: _Self) -> _Self:
+        return self
+
+    def __exit__(self, *exc: object) -> None:
+        self.close()
 
 
 def text(value: Optional[bytes]) -> Optional[str]:

@@ -5,11 +5,10 @@ from __future__ import annotations
 import ctypes
 import itertools
 import os
-import weakref
 from typing import List, NamedTuple, Optional, Tuple, Union
 
 from . import dictionary, errors
-from ._lib import OXB_DRIVE_INFO, OXB_EXT_INFO, OXBSIM_DRIVE, encode, lib, text
+from ._lib import OXB_DRIVE_INFO, OXB_EXT_INFO, OXBSIM_DRIVE, Owned, encode, lib, text
 
 _oxb = lib.oxb
 _names = itertools.count(1)
@@ -61,33 +60,24 @@ def _addresses(address: str) -> Tuple[str, str]:
     return "sim:" + ";".join(options + [name]), "sim:" + name
 
 
-class Bus:
+class Bus(Owned):
     """A bus of drives opened by address, ``Bus("sim:")`` being the demo bus of five drives.
 
     Translators, backups and restores on the bus each open a port of their own on it (a port
     serves one translator), so they may run side by side. Close the bus with :meth:`close` or a
-    ``with`` block; the garbage collector closes a forgotten one.
+    ``with`` block; the garbage collector closes a forgotten one. Closing the bus closes its own
+    port: translators opened on it keep theirs until they are closed.
     """
 
     def __init__(self, address: str = "sim:") -> None:
         opened, self._shared = _addresses(address)
         self.address = address
         self._port = open_port(opened)
-        self._finalizer = weakref.finalize(self, close_port, self._port)
+        self._own(close_port, self._port)
         handle = ctypes.c_void_p()
         errors.check(_oxb.oxb_get_port_bus(self._port, ctypes.byref(handle)))
         self._bus = handle
 
-    def close(self) -> None:
-        """Closes the bus's own port; closing twice is harmless. Translators opened on the bus
-        keep their own ports until they are closed."""
-        self._finalizer()
-
-    def __enter__(self) -> "Bus":
-        return self
-
-    def __exit__(self, *exc: object) -> None:
-        self.close()
 
     def __repr__(self) -> str:
         return "ryn.Bus(%r%s)" % (self.address, "" if self._port else ", closed")

@@ -12,11 +12,10 @@ from __future__ import annotations
 
 import ctypes
 import re
-import weakref
 from typing import Iterator, List, NamedTuple, Optional, Tuple, Union
 
 from . import errors
-from ._lib import encode, lib, text
+from ._lib import Owned, encode, lib, text
 
 _vok = lib.vok
 Number = Union[int, float]
@@ -96,34 +95,33 @@ def load_family(path: Optional[str] = None) -> None:
         raise e
 
 
+def _listed(count, code_of, name_of, description_of, version_count, version_of, default_of):
+    """(code, name, description, versions, default version) of each product of a list."""
+    for i in range(count()):
+        code = code_of(i)
+        default = default_of(code)
+        yield (code, text(name_of(code)) or str(code), text(description_of(code)),
+               tuple(version_text(version_of(code, j)) for j in range(version_count(code))),
+               version_text(default) if default else None)
+
+
 def products() -> List[Product]:
     """The drive products of the active family, reserved product numbers included."""
-    out = []
-    for i in range(_vok.vok_get_product_count()):
-        code = _vok.vok_get_product_code(i)
-        versions = tuple(version_text(_vok.vok_get_product_version(code, j))
-                         for j in range(_vok.vok_get_product_version_count(code)))
-        default = _vok.vok_get_default_version(code)
-        out.append(Product(code, text(_vok.vok_get_product_name(code)) or str(code),
-                           text(_vok.vok_get_product_description(code)), versions,
-                           version_text(default) if default else None,
-                           bool(_vok.vok_is_axis63_product(code)),
-                           bool(_vok.vok_is_reserved_product(code))))
-    return out
+    v = _vok
+    return [Product(*p, bool(v.vok_is_axis63_product(p[0])), bool(v.vok_is_reserved_product(p[0])))
+            for p in _listed(v.vok_get_product_count, v.vok_get_product_code,
+                             v.vok_get_product_name, v.vok_get_product_description,
+                             v.vok_get_product_version_count, v.vok_get_product_version,
+                             v.vok_get_default_version)]
 
 
 def cards() -> List[Card]:
     """The extension card products of the active family."""
-    out = []
-    for i in range(_vok.vok_get_ext_product_count()):
-        code = _vok.vok_get_ext_product_code(i)
-        versions = tuple(version_text(_vok.vok_get_ext_product_version(code, j))
-                         for j in range(_vok.vok_get_ext_product_version_count(code)))
-        default = _vok.vok_get_ext_product_default_version(code)
-        out.append(Card(code, text(_vok.vok_get_ext_product_name(code)) or str(code),
-                        text(_vok.vok_get_ext_product_description(code)), versions,
-                        version_text(default) if default else None))
-    return out
+    v = _vok
+    return [Card(*c) for c in _listed(
+        v.vok_get_ext_product_count, v.vok_get_ext_product_code, v.vok_get_ext_product_name,
+        v.vok_get_ext_product_description, v.vok_get_ext_product_version_count,
+        v.vok_get_ext_product_version, v.vok_get_ext_product_default_version)]
 
 
 def _code(value: Union[str, int], known: List, what: str, error_code: int) -> int:
@@ -204,7 +202,7 @@ def _close(handle: ctypes.c_void_p) -> None:
     _vok.vok_close(ctypes.byref(handle))
 
 
-class Dictionary:
+class Dictionary(Owned):
     """The open dictionary of one drive configuration; use it as a context manager."""
 
     def __init__(self, product: Union[str, int], version: Union[str, int],
@@ -219,17 +217,8 @@ class Dictionary:
         self._handle = ctypes.c_void_p()
         errors.check(_vok.vok_open(ctypes.byref(self._handle), code, version_from_text(version),
                                    card, card_version))
-        self._finalizer = weakref.finalize(self, _close, self._handle)
+        self._own(_close, self._handle)
 
-    def close(self) -> None:
-        """Closes the dictionary (texts read from it stay valid); closing twice is harmless."""
-        self._finalizer()
-
-    def __enter__(self) -> "Dictionary":
-        return self
-
-    def __exit__(self, *exc: object) -> None:
-        self.close()
 
     @property
     def _h(self) -> ctypes.c_void_p:

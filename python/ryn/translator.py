@@ -3,11 +3,10 @@
 from __future__ import annotations
 
 import ctypes
-import weakref
 from typing import (Callable, Iterable, Iterator, List, NamedTuple, Optional, Sequence, Union)
 
 from . import dictionary, errors
-from ._lib import READ_LINE, TRA_STREAM_REPORT, encode, lib, text
+from ._lib import READ_LINE, TRA_STREAM_REPORT, Owned, encode, lib, text
 from .bus import Bus, close_port
 
 _tra = lib.tra
@@ -165,7 +164,7 @@ def axis_mask(axes: Union[None, int, Sequence[int]]) -> int:
     return mask
 
 
-class Translator:
+class Translator(Owned):
     """A translator of ORAX command text. Create one with :meth:`offline` or :meth:`on`.
 
     Use it in a ``with`` block or call :meth:`close`; the garbage collector destroys a forgotten
@@ -177,7 +176,7 @@ class Translator:
                  bus: Optional[Bus] = None) -> None:
         self._handle = handle
         self.bus = bus
-        self._finalizer = weakref.finalize(self, _destroy, handle, port)
+        self._own(_destroy, handle, port)
         self._record = ctypes.create_string_buffer(_RECORD_BYTES)
         self._text = ctypes.create_string_buffer(4096)
 
@@ -216,15 +215,6 @@ class Translator:
             raise e
         return cls(handle, port, bus)
 
-    def close(self) -> None:
-        """Destroys the translator (and closes its port); closing twice is harmless."""
-        self._finalizer()
-
-    def __enter__(self) -> "Translator":
-        return self
-
-    def __exit__(self, *exc: object) -> None:
-        self.close()
 
     @property
     def handle(self) -> ctypes.c_void_p:
