@@ -237,6 +237,25 @@ def test_dictionary_browsing():
         assert any(c.name == "MVE" for c in d.commands())
 
 
+def test_flags_shape_the_text_read_back():
+    with ryn.Translator.offline(flags=ryn.USE_ALIASES) as tra:
+        record = tra.to_record("K1.0=5")
+        assert tra.to_text(record) == "POS_KP.0=5"
+        tra.flags = 0
+        assert (tra.flags, tra.to_text(record)) == (0, "K1.0=5")
+
+
+def test_missing_libraries_are_named_on_import(tmp_path):
+    env = dict(os.environ, RYN_LIBRARY_PATH=str(tmp_path), PYTHONPATH=os.path.join(SOURCE,
+                                                                                  "python"))
+    run = subprocess.run([sys.executable, "-c", "import ctypes.util, ryn; "
+                          "print(ctypes.util.find_library('ryn_sup'))"],
+                         env=env, capture_output=True, text=True, timeout=60)
+    if run.returncode == 0:
+        pytest.skip("the ryn libraries are installed on this system")
+    assert "ImportError" in run.stderr and "RYN_LIBRARY_PATH" in run.stderr
+
+
 def test_documented_example_prints_what_the_documentation_shows(tmp_path):
     with open(os.path.join(SOURCE, "docs", "python.md")) as f:
         shown = re.search(r"It prints:\n\n```\n(.*?)```", f.read(), re.S).group(1)
