@@ -273,7 +273,7 @@ class Translator(Owned):
             if n == _NOTHING:
                 append(None)
             else:
-                append(Record(ctypes.string_at(buffer, 8 + 16 * n), axes.value, n))
+                append(Record(buffer.raw[:8 + 16 * n], axes.value, n))
         return out
 
     def to_text(self, record: Union[Record, bytes], axes: Optional[int] = None) -> str:
