@@ -13,7 +13,6 @@ from __future__ import annotations
 import ctypes
 import io
 import os
-import tempfile
 from typing import (Callable, IO, List, NamedTuple, Optional, Sequence, Tuple, Union)
 
 from . import errors, translator
@@ -170,14 +169,14 @@ def _write(destination: Source, lines: List[str]) -> None:
         destination.write(text)  # type: ignore[union-attr]
         return
     path = os.fspath(destination)  # type: ignore[arg-type]
-    directory = os.path.dirname(os.path.abspath(path))
-    fd, temporary = tempfile.mkstemp(prefix=".ryn-backup-", dir=directory)
+    temporary = "%s.%d.partial" % (path, os.getpid())
     try:
-        with os.fdopen(fd, "w", encoding="utf-8") as f:
+        with open(temporary, "w", encoding="utf-8") as f:
             f.write(text)
         os.replace(temporary, path)
     except BaseException:
-        os.unlink(temporary)
+        if os.path.exists(temporary):
+            os.unlink(temporary)
         raise
 
 

@@ -177,8 +177,6 @@ class Translator(Owned):
         self._handle = handle
         self.bus = bus
         self._own(_destroy, handle, port)
-        self._record = ctypes.create_string_buffer(_RECORD_BYTES)
-        self._text = ctypes.create_string_buffer(4096)
 
     @classmethod
     def offline(cls, product: Union[str, int] = "ORX-D32", version: Union[str, int] = "3.12B",
@@ -244,28 +242,30 @@ class Translator(Owned):
     def to_record(self, text: str) -> Optional[Record]:
         """Translates one line into its record; None for a line with nothing to send (a comment
         or a blank line). Raises TranslatorError with the code and trace of a refused line."""
-        count, axes = ctypes.c_uint32(), ctypes.c_uint64()
-        rc = _tra.tra_oxcom_translate_cmd_from_ascii_ex(self.handle, self._record, MAX_SLOTS,
+        # Buffers of the call's own: threads sharing a translator must not share them.
+        record, count, axes = ctypes.create_string_buffer(_RECORD_BYTES), ctypes.c_uint32(), \
+            ctypes.c_uint64()
+        rc = _tra.tra_oxcom_translate_cmd_from_ascii_ex(self.handle, record, MAX_SLOTS,
                                                         ctypes.byref(count), ctypes.byref(axes),
                                                         encode(text))
         if rc != 0:
             raise errors.error(rc, line_text=text)
         if count.value == _NOTHING:
             return None
-        return Record(self._record.raw[:8 + 16 * count.value], axes.value, count.value)
+        return Record(record.raw[:8 + 16 * count.value], axes.value, count.value)
 
     def to_records(self, lines: Iterable[str]) -> List[Optional[Record]]:
         """Translates a batch of lines (one call per line, without per-call set-up): a list with
         one record, or None for a line with nothing to send, per line. The first line that does
         not translate raises, with its 1-based line number in the batch."""
         translate = _tra.tra_oxcom_translate_cmd_from_ascii_ex
-        handle, buffer = self.handle, self._record
+        handle, buffer = self.handle, ctypes.create_string_buffer(_RECORD_BYTES)
         count, axes = ctypes.c_uint32(), ctypes.c_uint64()
         count_ref, axes_ref = ctypes.byref(count), ctypes.byref(axes)
         out: List[Optional[Record]] = []
         append = out.append
         for number, line in enumerate(lines, 1):
-            data = line.encode("utf-8")
+            data = encode(line)
             rc = translate(handle, buffer, MAX_SLOTS, count_ref, axes_ref, data)
             if rc != 0:
                 raise errors.error(rc, line=number, line_text=line)
@@ -285,14 +285,14 @@ class Translator(Owned):
             raise errors.ParameterError(errors.TRA_EBADPARAM,
                                         "a record of %d bytes is shorter than its header says"
                                         % len(data))
-        buffer = self._text
+        buffer = ctypes.create_string_buffer(4096)
         while True:
             errors.check(_tra.tra_oxcom_translate_cmd_to_ascii_ex(self.handle, data, axes,
                                                                   buffer, len(buffer)))
             result = buffer.value
             if len(result) < len(buffer) - 1:  # a text that filled the buffer may have been cut
                 return result.decode("utf-8", "replace")
-            buffer = self._text = ctypes.create_string_buffer(len(buffer) * 4)
+            buffer = ctypes.create_string_buffer(len(buffer) * 4)
 
     # ---- On a bus ----
 
@@ -309,18 +309,18 @@ class Translator(Owned):
         """The next answer; waits up to ``timeout`` seconds (None: until one comes, 0: polls).
         Raises ryn.Timeout when none came in time."""
         ack, status, request = ctypes.c_uint8(), ctypes.c_uint8(), ctypes.c_uint8()
-        user = ctypes.c_uint64()
+        user, answer = ctypes.c_uint64(), ctypes.create_string_buffer(4096)
         # Waits without limit as a series of short waits, so that Ctrl-C still reaches Python.
         step = 200 if timeout is None else max(0, int(timeout * 1000))
         while True:
             rc = _tra.tra_receive_direct_cmd_e_ex(
-                self.handle, self._text, len(self._text), ctypes.byref(ack),
+                self.handle, answer, len(answer), ctypes.byref(ack),
                 ctypes.byref(status), ctypes.byref(request), ctypes.byref(user), step)
             if rc == errors.TRA_ENOCOMMAND and timeout is None and self.bus is not None:
                 errors.read_trace()
                 continue
             errors.check(rc)
-            return Answer(self._text.value.decode("utf-8", "replace"), bool(ack.value),
+            return Answer(answer.value.decode("utf-8", "replace"), bool(ack.value),
                           bool(status.value), bool(request.value), user.value)
 
     def send_stream(self, lines: Iterable[str], axes: Union[None, int, Sequence[int]] = None,

@@ -183,24 +183,28 @@ def test_a_callback_that_raises_reaches_the_caller(bus, drives, tmp_path):
 
 def test_two_threads_each_with_its_own_translator():
     results = {}
+    shared = ryn.Translator.offline()  # also shared by both: each call keeps its own buffers
+    expected = {n: shared.to_record(n) for n in ("K1.0=5", "MVE.1=1L,2.0F,3.0D")}
 
-    def work(name, line, expected_code):
+    def work(name, line, own):
         with ryn.Translator.offline() as tra:
-            failures = []
+            failures, wrong = set(), 0
             for _ in range(300):
                 try:
                     tra.to_record(line)
                 except ryn.Error as e:
-                    failures.append((e.code, e.trace[0].code))
-            results[name] = set(failures)
+                    failures.add((e.code, e.trace[0].code))
+                wrong += shared.to_record(own) != expected[own]
+            results[name] = (failures, wrong)
 
-    threads = [threading.Thread(target=work, args=("good", "K1.0=5", None)),
-               threading.Thread(target=work, args=("bad", "K1.0=2000000", -562))]
+    threads = [threading.Thread(target=work, args=("good", "K1.0=5", "K1.0=5")),
+               threading.Thread(target=work, args=("bad", "K1.0=2000000", "MVE.1=1L,2.0F,3.0D"))]
     for t in threads:
         t.start()
     for t in threads:
         t.join()
-    assert results == {"good": set(), "bad": {(-562, -562)}}
+    shared.close()
+    assert results == {"good": (set(), 0), "bad": ({(-562, -562)}, 0)}
 
 
 @pytest.mark.parametrize("make", [
