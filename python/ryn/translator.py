@@ -213,7 +213,6 @@ class Translator(Owned):
             raise e
         return cls(handle, port, bus)
 
-
     @property
     def handle(self) -> ctypes.c_void_p:
         """The C TRA handle (ParameterError once the translator is closed)."""
@@ -243,8 +242,8 @@ class Translator(Owned):
         """Translates one line into its record; None for a line with nothing to send (a comment
         or a blank line). Raises TranslatorError with the code and trace of a refused line."""
         # Buffers of the call's own: threads sharing a translator must not share them.
-        record, count, axes = ctypes.create_string_buffer(_RECORD_BYTES), ctypes.c_uint32(), \
-            ctypes.c_uint64()
+        record = ctypes.create_string_buffer(_RECORD_BYTES)
+        count, axes = ctypes.c_uint32(), ctypes.c_uint64()
         rc = _tra.tra_oxcom_translate_cmd_from_ascii_ex(self.handle, record, MAX_SLOTS,
                                                         ctypes.byref(count), ctypes.byref(axes),
                                                         encode(text))
