@@ -4,6 +4,7 @@ import gc
 import io
 import os
 import re
+import shutil
 import subprocess
 import sys
 import threading
@@ -258,6 +259,23 @@ def test_missing_libraries_are_named_on_import(tmp_path):
     if run.returncode == 0:
         pytest.skip("the ryn libraries are installed on this system")
     assert "ImportError" in run.stderr and "RYN_LIBRARY_PATH" in run.stderr
+
+
+def test_installs_into_a_virtual_environment_without_an_index(tmp_path):
+    shutil.copytree(os.path.join(SOURCE, "python"), tmp_path / "python",
+                    ignore=shutil.ignore_patterns("build", "*.egg-info", "__pycache__"))
+    venv = tmp_path / "venv"
+    subprocess.run(["/usr/bin/python3", "-m", "venv", "--system-site-packages", str(venv)],
+                   check=True, timeout=120)
+    env = {k: v for k, v in os.environ.items() if not k.startswith("PIP_") and k != "PYTHONPATH"}
+    subprocess.run([str(venv / "bin" / "pip"), "install", "-q", "--no-index",
+                    "--no-build-isolation", str(tmp_path / "python")],
+                   check=True, env=env, timeout=300, cwd=tmp_path)
+    run = subprocess.run([str(venv / "bin" / "python"), "-c",
+                          "import ryn; print(ryn.__file__, ryn.library_version())"],
+                         env=env, capture_output=True, text=True, timeout=60, cwd=tmp_path)
+    assert run.returncode == 0, run.stderr
+    assert str(venv) in run.stdout and run.stdout.split()[-1] == ryn.library_version()
 
 
 def test_documented_example_prints_what_the_documentation_shows(tmp_path):
