@@ -139,6 +139,25 @@ def test_backup_and_restore_round_trip(bus, drives, tmp_path):
     assert ryn.restore(bus, io.StringIO("M1.0=3\nK1.0=5\n"), axes=[0]).read_only == 1
 
 
+@pytest.mark.parametrize("layout", [
+    {}, {"vector_form": True}, {"use_aliases": True}, {"skip_defaults": True},
+    {"descriptions": True, "group_classes": True, "verbose": True, "reserved_comment": True},
+    {"no_comments": True, "full_precision": True}, {"tab": True, "drive_only": True},
+])
+def test_every_restorable_layout_restores_what_was_backed_up(bus, drives, layout):
+    for line in ("K1.1=78", "KF1.1=2.5F", "X5.1=9", "*W10=300"):
+        drives.send(line)
+        assert drives.receive(timeout=2.0).acknowledged
+    saved = io.StringIO()
+    ryn.backup(bus, saved, axes=[1, 63], **layout)
+    bus.reset()
+    assert ryn.restore(bus, io.StringIO(saved.getvalue()), axes=[1, 63]).refused == 0
+    again = io.StringIO()
+    ryn.backup(bus, again, axes=[1, 63], **layout)
+    dated = re.compile(r"^# Date:.*$", re.M)
+    assert dated.sub("", again.getvalue()) == dated.sub("", saved.getvalue())
+
+
 @pytest.mark.parametrize("content, cls, line", [
     ("# header\nK1.0=5\nCLX.0\nK1.0=6\n", ryn.TranslatorError, 3),  # not an assignment: -522
     ("K1.0=5\n\nK1.0=2000000\n", ryn.TranslatorError, 3),
