@@ -144,6 +144,16 @@ def card_code(card: Union[str, int, None]) -> int:
     return 0 if card is None else _code(card, cards(), "extension card", errors.TRA_EBADEXTPROD)
 
 
+def card_and_version(ext: Union[str, int, None],
+                     version: Union[str, int, None] = None) -> Tuple[int, int]:
+    """Code and version of an extension card: (0, 0) for none, its default version unless given."""
+    card = card_code(ext)
+    if not card:
+        return 0, 0
+    return card, (version_from_text(version) if version is not None
+                  else _vok.vok_get_ext_product_default_version(card))
+
+
 class EnumEntry(NamedTuple):
     """An entry of an enumeration: a value (or, for a mask entry, a bit group) with its name."""
 
@@ -208,15 +218,9 @@ class Dictionary(Owned):
     def __init__(self, product: Union[str, int], version: Union[str, int],
                  ext: Union[str, int, None] = None,
                  ext_version: Union[str, int, None] = None) -> None:
-        code = product_code(product)
-        card = card_code(ext)
-        card_version = 0
-        if card:
-            card_version = (version_from_text(ext_version) if ext_version is not None
-                            else _vok.vok_get_ext_product_default_version(card))
         self._handle = ctypes.c_void_p()
-        errors.check(_vok.vok_open(ctypes.byref(self._handle), code, version_from_text(version),
-                                   card, card_version))
+        errors.check(_vok.vok_open(ctypes.byref(self._handle), product_code(product),
+                                   version_from_text(version), *card_and_version(ext, ext_version)))
         self._own(_close, self._handle)
 
 
@@ -232,7 +236,8 @@ class Dictionary(Owned):
 
     def types(self) -> List[Tuple[int, str]]:
         """(kind, name) of every register type of this dictionary."""
-        return [(k, self.type_name(k) or "") for k in range(128) if _vok.vok_type_exists(self._h, k)]
+        return [(k, self.type_name(k) or "") for k in range(128)
+                if _vok.vok_type_exists(self._h, k)]
 
     def _enumeration(self, enum: int, cls: int, applies) -> Tuple[EnumEntry, ...]:
         if enum <= 0:

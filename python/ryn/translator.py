@@ -3,7 +3,8 @@
 from __future__ import annotations
 
 import ctypes
-from typing import (Callable, Iterable, Iterator, List, NamedTuple, Optional, Sequence, Union)
+from typing import (Callable, Iterable, Iterator, List, NamedTuple, Optional, Sequence, Tuple,
+                    Union)
 
 from . import dictionary, errors
 from ._lib import READ_LINE, TRA_STREAM_REPORT, Owned, encode, lib, text
@@ -181,21 +182,25 @@ class Translator(Owned):
     @classmethod
     def offline(cls, product: Union[str, int] = "ORX-D32", version: Union[str, int] = "3.12B",
                 ext: Union[str, int, None] = None, ext_version: Union[str, int, None] = None,
-                flags: int = 0, register: bool = False) -> "Translator":
+                flags: int = 0, register: bool = False,
+                axis63: Optional[Tuple[Union[str, int], Union[str, int]]] = None) -> "Translator":
         """A translator for one drive configuration on all 64 axes, with no bus.
 
         ``ext`` names an extension card (at its default version unless ``ext_version``);
-        ``register`` makes a register translator instead of a direct one."""
-        card = dictionary.card_code(ext)
-        card_version = 0
-        if card:
-            card_version = (dictionary.version_from_text(ext_version) if ext_version is not None
-                            else lib.vok.vok_get_ext_product_default_version(card))
+        ``register`` makes a register translator instead of a direct one; ``axis63`` gives axis
+        63 a configuration of its own, a (product, version) pair such as ("ORX-M51", "2.01A")."""
+        configuration = [dictionary.product_code(product), dictionary.version_from_text(version),
+                         *dictionary.card_and_version(ext, ext_version)]
         handle = ctypes.c_void_p()
-        create = (_tra.tra_create_register_traductor_o if register
-                  else _tra.tra_create_direct_traductor_o)
-        errors.check(create(ctypes.byref(handle), dictionary.product_code(product),
-                            dictionary.version_from_text(version), card, card_version, flags))
+        if axis63 is None:
+            create = (_tra.tra_create_register_traductor_o if register
+                      else _tra.tra_create_direct_traductor_o)
+        else:
+            create = (_tra.tra_create_register_traductor_o2 if register
+                      else _tra.tra_create_direct_traductor_o2)
+            configuration += [dictionary.product_code(axis63[0]),
+                              dictionary.version_from_text(axis63[1]), 0, 0]
+        errors.check(create(ctypes.byref(handle), *configuration, flags))
         return cls(handle)
 
     @classmethod

@@ -269,6 +269,13 @@ def test_flags_shape_the_text_read_back():
         assert (tra.flags, tra.to_text(record)) == (0, "K1.0=5")
 
 
+def test_axis63_takes_a_configuration_of_its_own():
+    with ryn.Translator.offline(axis63=("ORX-M51", "2.01A")) as tra:
+        assert tra.drive(63) == "ORX-M51 2.01A" and tra.to_record("*W10=200").axes == 1 << 63
+    with pytest.raises(ryn.TranslatorError):
+        ryn.Translator.offline().to_record("*W10=200")  # an ORX-D32 has no W registers
+
+
 def test_missing_libraries_are_named_on_import(tmp_path):
     env = dict(os.environ, RYN_LIBRARY_PATH=str(tmp_path), PYTHONPATH=os.path.join(SOURCE,
                                                                                   "python"))
