@@ -85,6 +85,13 @@ bool Input::open(const std::string &path, std::string *error) {
     return true;
 }
 
+std::string answer_line(const std::string &line, const std::string &answer, bool acknowledged,
+                        bool status, bool request) {
+    if (request && acknowledged) return answer;
+    return line + ": " + (acknowledged ? "acknowledged" : "refused") +
+           (status ? " (error status)" : "");
+}
+
 void write_json(const nlohmann::ordered_json &j) {
     out() << j.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
 }

@@ -58,6 +58,11 @@ class Input {
     std::istream *stream_ = nullptr;
 };
 
+// How an answer to a sent line is shown: a read's value as the translator writes it
+// ("K1.0=1234"), else the line and "acknowledged" or "refused" (with "(error status)").
+std::string answer_line(const std::string &line, const std::string &answer, bool acknowledged,
+                        bool status, bool request);
+
 // Writes JSON to standard output, two blanks of indent, invalid UTF-8 replaced.
 void write_json(const nlohmann::ordered_json &j);
 

@@ -77,11 +77,7 @@ bool send_line(TRA *tra, const std::string &line, const SendOptions &o,
             out() << line << ": error " << rc << " " << tra_translate_error(rc) << '\n';
         return false;
     }
-    if (request != 0 && ack != 0)
-        out() << answer << '\n';
-    else
-        out() << line << ": " << (ack != 0 ? "acknowledged" : "refused")
-              << (status != 0 ? " (error status)" : "") << '\n';
+    out() << answer_line(line, answer, ack != 0, status != 0, request != 0) << '\n';
     return ack != 0;
 }
 
