@@ -76,17 +76,7 @@ void BM_ToolRestore(benchmark::State &state) {
 BENCHMARK(BM_ToolRestore)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // The bare C API: the same upload into memory, and the download of its writable lines.
-struct Session {
-    OXB_PORT *port = nullptr;
-    TRA *tra = nullptr;
-    bool ok = true;
-    Session() {
-        ok = oxb_open("sim:", &port) == 0 && tra_create_register_traductor_e(&tra, port, 0) == 0;
-    }
-    ~Session() {
-        tra_destroy(&tra);
-        oxb_close(&port);
-    }
+struct Session : RegisterSession {
     int upload(std::vector<std::string> *lines) {
         lines->clear();
         return tra_oxcom_upload_register_stream_e(
@@ -113,20 +103,15 @@ void BM_ApiDownload(benchmark::State &state) {
     std::vector<std::string> lines, writable;
     if (!s.ok || s.upload(&lines) != 0) state.SkipWithError("upload failed");
     // The read-only lines left out, as a restore of the tool's backup sends them.
-    OXB_PORT *check_port = nullptr;
-    TRA *check = nullptr;
-    oxb_open("sim:", &check_port);
-    tra_create_register_traductor_e(&check, check_port, 0);
+    RegisterSession check;
     for (const std::string &l : lines) {
         alignas(8) unsigned char record[TRA_RECORD_SIZE(TRA_RECORD_MAX_SLOTS)];
         uint32_t count = 0;
-        if (tra_oxcom_translate_cmd_from_ascii_ex(check, reinterpret_cast<TRA_RECORD *>(record),
+        if (tra_oxcom_translate_cmd_from_ascii_ex(check.tra, reinterpret_cast<TRA_RECORD *>(record),
                                                   TRA_RECORD_MAX_SLOTS, &count, nullptr,
                                                   l.c_str()) != TRA_EREADONLY)
             writable.push_back(l);
     }
-    tra_destroy(&check);
-    oxb_close(&check_port);
     for (auto _ : state) {
         LineSource source{writable};
         if (tra_oxcom_download_register_stream_e(s.tra, ~uint64_t(0), TYPE_COUNT, USER_TYPES,

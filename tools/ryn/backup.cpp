@@ -103,14 +103,8 @@ class Sink {
 int backup(const BackupOptions &o) {
     params::UploadOptions options;
     std::string why;
-    if (!o.axes.empty() && !params::parse_axes(o.axes, &options.axes, &why)) {
-        err() << "ryn backup: --axes: " << why << '\n';
+    if (!read_selection("backup", o.axes, o.types, &options.axes, &options.types))
         return exit_usage;
-    }
-    if (!o.types.empty() && !params::parse_types(o.types, &options.types, &why)) {
-        err() << "ryn backup: --types: " << why << '\n';
-        return exit_usage;
-    }
     params::Bus bus;
     if (int rc = open_bus("backup", o.bus, bus); rc >= 0) return rc;
     if (!o.axes.empty() && (options.axes & ~bus.present()) != 0) {

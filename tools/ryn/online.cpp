@@ -28,6 +28,28 @@ int open_bus(const char *command, const std::string &address, params::Bus &bus) 
     return rc == OXB_ELOST ? exit_failure : exit_usage;
 }
 
+bool read_selection(const char *command, const std::string &axes, const std::string &types,
+                    uint64_t *mask, std::vector<uint8_t> *type_list) {
+    std::string why;
+    if (mask != nullptr && !axes.empty() && !params::parse_axes(axes, mask, &why)) {
+        err() << "ryn " << command << ": --axes: " << why << '\n';
+        return false;
+    }
+    if (type_list != nullptr && !types.empty() && !params::parse_types(types, type_list, &why)) {
+        err() << "ryn " << command << ": --types: " << why << '\n';
+        return false;
+    }
+    return true;
+}
+
+bool start_direct(const char *command, const params::Bus &bus, Translator *translator) {
+    const int rc = tra_create_direct_traductor_e(&translator->tra, bus.port(), 0);
+    if (rc == 0) return true;
+    err() << "ryn " << command << ": cannot start the translator: " << tra_translate_error(rc)
+          << '\n';
+    return false;
+}
+
 std::optional<std::time_t> fixed_date() {
     const char *text = std::getenv("SOURCE_DATE_EPOCH");
     uint64_t seconds = 0;

@@ -61,14 +61,8 @@ nlohmann::ordered_json report_json(const std::string &file, const params::Restor
 int restore(const RestoreOptions &o) {
     params::RestoreOptions options;
     std::string why;
-    if (!o.axes.empty() && !params::parse_axes(o.axes, &options.axes, &why)) {
-        err() << "ryn restore: --axes: " << why << '\n';
+    if (!read_selection("restore", o.axes, o.types, &options.axes, &options.types))
         return exit_usage;
-    }
-    if (!o.types.empty() && !params::parse_types(o.types, &options.types, &why)) {
-        err() << "ryn restore: --types: " << why << '\n';
-        return exit_usage;
-    }
     Input input;
     if (!input.open(o.file, &why)) {
         err() << "ryn restore: " << why << '\n';

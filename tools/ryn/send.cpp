@@ -23,11 +23,6 @@ struct SendOptions {
     bool json = false;
 };
 
-struct DirectTranslator {
-    TRA *tra = nullptr;
-    ~DirectTranslator() { tra_destroy(&tra); }
-};
-
 // Sends one line and awaits its answer; writes the result; true when the drives acknowledged
 // (or the line holds nothing to send).
 bool send_line(TRA *tra, const std::string &line, const SendOptions &o,
@@ -108,11 +103,8 @@ int send(const SendOptions &o) {
     }
     params::Bus bus;
     if (int rc = open_bus("send", o.bus, bus); rc >= 0) return rc;
-    DirectTranslator direct;
-    if (int rc = tra_create_direct_traductor_e(&direct.tra, bus.port(), 0); rc != 0) {
-        err() << "ryn send: cannot start the translator: " << tra_translate_error(rc) << '\n';
-        return exit_failure;
-    }
+    Translator direct;
+    if (!start_direct("send", bus, &direct)) return exit_failure;
     nlohmann::ordered_json json = nlohmann::ordered_json::array();
     bool all = true;
     for (const std::string &line : lines)

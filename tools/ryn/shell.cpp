@@ -436,18 +436,10 @@ int Shell::run() {
 int shell(const ShellOptions &o) {
     params::Bus bus;
     if (int rc = open_bus("shell", o.bus, bus); rc >= 0) return rc;
-    TRA *tra = nullptr;
-    if (int rc = tra_create_direct_traductor_e(&tra, bus.port(), 0); rc != 0) {
-        err() << "ryn shell: cannot start the translator: " << tra_translate_error(rc) << '\n';
-        return exit_failure;
-    }
-    int status = exit_ok;
-    {
-        Shell session(o, bus, tra);
-        status = session.run();
-    }
-    tra_destroy(&tra);
-    return status;
+    Translator direct;
+    if (!start_direct("shell", bus, &direct)) return exit_failure;
+    Shell session(o, bus, direct.tra);
+    return session.run();
 }
 
 } // namespace

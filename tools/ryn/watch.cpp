@@ -43,11 +43,6 @@ struct Cell {
     bool changed = false;
 };
 
-struct DirectTranslator {
-    TRA *tra = nullptr;
-    ~DirectTranslator() { tra_destroy(&tra); }
-};
-
 // Sends every read, then takes the answers (matched by their user value); a read that fails or
 // is refused shows "?". False when an answer does not come within `timeout_ms`.
 bool sample(TRA *tra, std::vector<Cell> &cells, unsigned timeout_ms) {
@@ -110,11 +105,7 @@ void draw_table(const WatchOptions &o, const std::vector<int> &axes, const std::
 
 int watch(const WatchOptions &o) {
     uint64_t mask = ~uint64_t(0);
-    std::string why;
-    if (!o.axes.empty() && !params::parse_axes(o.axes, &mask, &why)) {
-        err() << "ryn watch: --axes: " << why << '\n';
-        return exit_usage;
-    }
+    if (!read_selection("watch", o.axes, "", &mask, nullptr)) return exit_usage;
     params::Bus bus;
     if (int rc = open_bus("watch", o.bus, bus); rc >= 0) return rc;
     if (!o.axes.empty() && (mask & ~bus.present()) != 0) {
@@ -123,11 +114,8 @@ int watch(const WatchOptions &o) {
         return exit_usage;
     }
     mask &= bus.present();
-    DirectTranslator direct;
-    if (int rc = tra_create_direct_traductor_e(&direct.tra, bus.port(), 0); rc != 0) {
-        err() << "ryn watch: cannot start the translator: " << tra_translate_error(rc) << '\n';
-        return exit_failure;
-    }
+    Translator direct;
+    if (!start_direct("watch", bus, &direct)) return exit_failure;
     std::vector<int> axes;
     std::vector<Cell> cells;
     for (int axis = 0; axis < 64; ++axis) {
