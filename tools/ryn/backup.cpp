@@ -106,12 +106,8 @@ int backup(const BackupOptions &o) {
     if (!read_selection("backup", o.axes, o.types, &options.axes, &options.types))
         return exit_usage;
     params::Bus bus;
-    if (int rc = open_bus("backup", o.bus, bus); rc >= 0) return rc;
-    if (!o.axes.empty() && (options.axes & ~bus.present()) != 0) {
-        err() << "ryn backup: --axes: no drive at axis "
-              << std::countr_zero(options.axes & ~bus.present()) << " of bus '" << o.bus << "'\n";
-        return exit_usage;
-    }
+    if (int rc = open_bus_for("backup", o.bus, !o.axes.empty(), options.axes, bus); rc >= 0)
+        return rc;
     Sink sink;
     if (!sink.open(o.output, &why)) {
         err() << "ryn backup: " << why << '\n';

@@ -2,6 +2,7 @@
 #include "online.hpp"
 
 #include <CLI/CLI.hpp>
+#include <bit>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -26,6 +27,16 @@ int open_bus(const char *command, const std::string &address, params::Bus &bus) 
     if (rc == 0) return -1;
     err() << "ryn " << command << ": " << why << '\n';
     return rc == OXB_ELOST ? exit_failure : exit_usage;
+}
+
+int open_bus_for(const char *command, const std::string &address, bool axes_given, uint64_t mask,
+                 params::Bus &bus) {
+    if (int rc = open_bus(command, address, bus); rc >= 0) return rc;
+    const uint64_t absent = mask & ~bus.present();
+    if (!axes_given || absent == 0) return -1;
+    err() << "ryn " << command << ": --axes: no drive at axis " << std::countr_zero(absent)
+          << " of bus '" << address << "'\n";
+    return exit_usage;
 }
 
 bool read_selection(const char *command, const std::string &axes, const std::string &types,

@@ -26,6 +26,11 @@ void add_bus_option(CLI::App &app, std::string &address);
 // status (2 for an address that is not one, 3 for a bus that cannot be reached), else -1.
 int open_bus(const char *command, const std::string &address, params::Bus &bus);
 
+// Opens the bus, and when --axes was given (`axes_given`), checks that each listed axis has a
+// drive. On failure says why on standard error and gives the exit status, else -1.
+int open_bus_for(const char *command, const std::string &address, bool axes_given, uint64_t mask,
+                 params::Bus &bus);
+
 // Reads --axes and --types when given (an empty text leaves the default); on a bad one says why
 // on standard error ("ryn backup: --axes: ...") and gives false. Either output may be null.
 bool read_selection(const char *command, const std::string &axes, const std::string &types,

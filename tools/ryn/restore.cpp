@@ -1,6 +1,7 @@
 // The restore subcommand: a parameter file downloaded to the drives, after its axis blocks were
 // compared with the drives present; ends with how many lines were applied, skipped and refused.
 #include <CLI/CLI.hpp>
+#include <bit>
 #include <memory>
 #include <string>
 
@@ -69,7 +70,8 @@ int restore(const RestoreOptions &o) {
         return exit_usage;
     }
     params::Bus bus;
-    if (int rc = open_bus("restore", o.bus, bus); rc >= 0) return rc;
+    if (int rc = open_bus_for("restore", o.bus, !o.axes.empty(), options.axes, bus); rc >= 0)
+        return rc;
     options.dry_run = o.dry_run;
     options.force = o.force;
     ProgressBar bar(o.dry_run ? "check" : "restore", o.progress);

@@ -371,6 +371,7 @@ int Shell::run() {
         el_ = el_init("ryn", stdin, stdout, stderr);
         el_set(el_, EL_CLIENTDATA, this);
         el_set(el_, EL_EDITOR, "emacs");
+        el_set(el_, EL_SIGNAL, 1); // the terminal is put back before a signal ends the shell
         el_set(el_, EL_PROMPT, prompt);
         el_set(el_, EL_HIST, history, history_list_);
         el_set(el_, EL_GETCFN, read_char);
@@ -382,7 +383,10 @@ int Shell::run() {
         while (!done_) {
             int count = 0;
             const char *line = el_gets(el_, &count);
-            if (line == nullptr || count <= 0) break;
+            if (line == nullptr || count <= 0) {
+                input_ended_ = true; // Ctrl-D, or the end of the input
+                break;
+            }
             std::string text(line, static_cast<std::size_t>(count));
             while (!text.empty() && (text.back() == '\n' || text.back() == '\r'))
                 text.pop_back();

@@ -107,12 +107,7 @@ int watch(const WatchOptions &o) {
     uint64_t mask = ~uint64_t(0);
     if (!read_selection("watch", o.axes, "", &mask, nullptr)) return exit_usage;
     params::Bus bus;
-    if (int rc = open_bus("watch", o.bus, bus); rc >= 0) return rc;
-    if (!o.axes.empty() && (mask & ~bus.present()) != 0) {
-        err() << "ryn watch: --axes: no drive at axis " << std::countr_zero(mask & ~bus.present())
-              << " of bus '" << o.bus << "'\n";
-        return exit_usage;
-    }
+    if (int rc = open_bus_for("watch", o.bus, !o.axes.empty(), mask, bus); rc >= 0) return rc;
     mask &= bus.present();
     Translator direct;
     if (!start_direct("watch", bus, &direct)) return exit_failure;
