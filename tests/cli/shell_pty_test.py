@@ -1,6 +1,8 @@
 #!/usr/bin/python3
 """The ryn shell under a pseudo-terminal: completion of a register alias, history kept across two
-sessions, and an answer printed while the user is typing the next line.
+sessions, and an answer printed while the user is typing the next line. Beside it, what the other
+online commands do on a terminal only: the table of ryn watch drawn in place, the progress bar of
+ryn backup.
 
     shell_pty_test.py <ryn executable>
 """
@@ -65,6 +67,28 @@ class Session:
         assert os.WIFEXITED(status) and os.WEXITSTATUS(status) == 0, status
 
 
+def run_on_terminal(*args, timeout=20.0):
+    """Runs ryn with a pseudo-terminal as its standard streams; returns all it wrote and its status."""
+    pid, fd = pty.fork()
+    if pid == 0:
+        os.execv(RYN, [RYN, *args])
+    seen = b""
+    deadline = time.monotonic() + timeout
+    while time.monotonic() < deadline:
+        ready, _, _ = select.select([fd], [], [], 0.1)
+        if ready:
+            try:
+                chunk = os.read(fd, 4096)
+            except OSError:
+                chunk = b""
+            if not chunk:
+                break
+            seen += chunk
+    _, status = os.waitpid(pid, 0)
+    os.close(fd)
+    return seen, os.WEXITSTATUS(status)
+
+
 def main():
     with tempfile.TemporaryDirectory() as home:
         # Completion: "POS_A" completes to the alias POS_ACT, whose read is answered.
@@ -99,7 +123,20 @@ def main():
         s.send(b".0\r")
         s.expect(re.compile(rb"K2\.0=-?\d+"))
         s.close()
-    print("shell under a pseudo-terminal: ok")
+    # ryn watch on a terminal: a table of one row per axis, drawn again in place (cursor up).
+    seen, status = run_on_terminal("watch", "M7", "K12", "--axes", "0,1", "--interval", "20",
+                                   "--count", "3")
+    assert status == 0, seen
+    assert re.search(rb"AXIS +M7 +K12", seen) and b"\x1b[4A" in seen, seen
+    assert b"time_s" not in seen, "CSV on a terminal"
+
+    # ryn backup with standard error on a terminal: a progress bar, cleared before the summary.
+    with tempfile.TemporaryDirectory() as work:
+        seen, status = run_on_terminal("backup", "-o", os.path.join(work, "b.par"))
+        assert status == 0, seen
+        assert re.search(rb"backup \[#+ *\] +\d+%", seen) and b"100%" in seen, seen
+        assert b"\r\x1b[Kryn backup: 5 axes" in seen, seen
+    print("shell, watch and backup under a pseudo-terminal: ok")
 
 
 if __name__ == "__main__":
