@@ -375,8 +375,10 @@ int Shell::run() {
         el_set(el_, EL_PROMPT, prompt);
         el_set(el_, EL_HIST, history, history_list_);
         el_set(el_, EL_GETCFN, read_char);
-        el_set(el_, EL_ADDFN, "ryn-complete", "Complete a name", complete);
-        el_set(el_, EL_BIND, "^I", "ryn-complete", nullptr);
+        // The wide forms keep the static names as they are (the narrow ones copy them and never
+        // free the copies).
+        el_wset(el_, EL_ADDFN, L"ryn-complete", L"Complete a name", complete);
+        el_wset(el_, EL_BIND, L"^I", L"ryn-complete", nullptr);
         el_source(el_, nullptr);
         out() << "ryn shell on " << o_.bus << ": .help for help, .quit or Ctrl-D to end\n";
         out().flush();
