@@ -753,6 +753,14 @@ void Server::run() {
     state_->io.run();
 }
 
+void Server::disconnect_clients() {
+    State *st = state_.get();
+    asio::post(st->io, [st] {
+        while (!st->sessions.empty())
+            st->close_session(*st->sessions.begin()->second, "closed: connections broken");
+    });
+}
+
 void Server::stop() {
     State *st = state_.get();
     asio::post(st->io, [st] { st->shutdown("asked to"); });

@@ -40,6 +40,9 @@ class Server {
     OXB_BUS *bus() const;
     // Serves until stop() or a signal; on the calling thread.
     void run();
+    // Breaks every client's connection, as a failing network would; the server goes on serving.
+    // Any thread.
+    void disconnect_clients();
     // Ends run(): closes every connection and the listener. Any thread, any number of times.
     void stop();
 
