@@ -240,9 +240,6 @@ bool Events::call(void *owner, int axis, int event, std::unique_lock<std::mutex>
     calling_.push_back(owner);
     lk.unlock();
     handler(bus_, axis, event, context);
-    // A port that the handler used must not stay cached on this thread: that would keep its bus,
-    // and so this thread, alive after the bus's last port is closed.
-    Registry::forget_cached_port();
     lk.lock();
     calling_.erase(std::find(calling_.begin(), calling_.end(), owner));
     done_cv_.notify_all();

@@ -14,6 +14,7 @@
 #include <csignal>
 #include <cstring>
 #include <deque>
+#include <future>
 #include <map>
 #include <mutex>
 #include <thread>
@@ -755,10 +756,13 @@ void Server::run() {
 
 void Server::disconnect_clients() {
     State *st = state_.get();
-    asio::post(st->io, [st] {
+    std::promise<void> done;
+    asio::post(st->io, [st, &done] {
         while (!st->sessions.empty())
             st->close_session(*st->sessions.begin()->second, "closed: connections broken");
+        done.set_value();
     });
+    done.get_future().wait();
 }
 
 void Server::stop() {
