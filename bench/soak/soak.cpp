@@ -195,6 +195,7 @@ struct Pending {
     Kind kind;
     int reg; // the register it writes or reads, -1 for none
     int64_t value;
+    std::string line;
 };
 
 class Run;
@@ -435,7 +436,7 @@ int Worker::send(const std::string &line, Kind kind, int reg, int64_t value) {
     if (rc != 0 && sent != 0)
         fail("'" + line + "' failed with " + std::to_string(rc) + " but went");
     if (sent != 0) {
-        pending_[user] = {kind, reg, value};
+        pending_[user] = {kind, reg, value, line};
         if (reg >= 0) model_[static_cast<std::size_t>(reg)].busy = true;
     }
     return rc;
@@ -460,7 +461,8 @@ void Worker::take(uint32_t timeout) {
     const Pending p = it->second;
     pending_.erase(it);
     if (p.reg < 0) {
-        if (ack != 0 && p.kind == BAD) fail(std::string("a bad line acknowledged: ") + text);
+        if (ack != 0 && p.kind == BAD)
+            fail("a bad line acknowledged: '" + p.line + "', answer " + text);
         return;
     }
     Entry &e = model_[static_cast<std::size_t>(p.reg)];
@@ -540,7 +542,7 @@ void Worker::op_bad(Rng &r) {
         line = "K50." + a + "=1";
         break;
     case 4:
-        line = "X" + std::to_string(x) + "." + a + "=";
+        line = "X" + std::to_string(x) + "." + a + "=1=2";
         break;
     case 5:
         line = "M7." + a + "=5";
@@ -553,9 +555,12 @@ void Worker::op_bad(Rng &r) {
         line = "X" + std::to_string(x) + "." + a + "/=0";
         reg = x;
         break;
-    default:
+    default: {
+        // Characters that name no register, command or axis: the line cannot mean anything.
+        static const char junk[] = "$%&[]{}<>?~^|`'\"\\ ";
         for (int n = 1 + r.below(24); n > 0; --n)
-            line += static_cast<char>(32 + r.below(95));
+            line += junk[r.below(static_cast<int>(sizeof junk - 1))];
+    }
     }
     const int rc = send(line, BAD, reg, 0);
     (void)rc; // refused by the translator, or sent and refused by the drive
@@ -709,9 +714,12 @@ void Worker::op_restore(Rng &r) {
     }
     std::ostringstream why;
     why << "restore " << rc << ", report lines " << report.lines << " sent " << report.sent
-        << " acknowledged " << report.acknowledged << " refused " << report.refused
-        << " first refused " << report.first_refused_line << " '" << report.first_refused_text
-        << "', bad line " << bad_line;
+        << " acknowledged " << report.acknowledged << " refused " << report.refused << " skipped "
+        << report.skipped << " first refused " << report.first_refused_line << " '"
+        << report.first_refused_text << "', bad line " << bad_line << "; the file:";
+    for (std::size_t i = 0; i < std::min<std::size_t>(file.size(), 12); ++i)
+        why << "\n    " << file[i];
+    why << "\n  ";
     if (rc == 0 && bad_line != 0)
         fail(why.str() + ": a bad line passed: " + file[static_cast<std::size_t>(bad_line - 1)]);
     // A download stops at the bad line, or where a register version could not be written (the
@@ -1113,7 +1121,25 @@ int main(int argc, char **argv) {
     const long rss_before = rss_kb();
     const auto start = Clock::now();
     Run run(c, plan);
+    // A line every 30 seconds: operations done, their rate, and the resident memory, which must
+    // stay flat over a long run.
+    std::atomic<bool> finished{false};
+    std::thread monitor([&] {
+        auto last = Clock::now();
+        while (!finished.load()) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(200));
+            if (Clock::now() - last < std::chrono::seconds(30)) continue;
+            last = Clock::now();
+            const double s = std::chrono::duration<double>(last - start).count();
+            std::printf("soak: %ld operations, %.0f per second, RSS %ld kB\n",
+                        run.operations.load(), static_cast<double>(run.operations.load()) / s,
+                        rss_kb());
+            std::fflush(stdout);
+        }
+    });
     const std::optional<std::string> failure = run.execute();
+    finished.store(true);
+    monitor.join();
     const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
     if (!failure) {
         std::printf("soak: passed: %ld operations in %.1f s (%.0f per second), RSS %ld kB before, "

@@ -155,19 +155,28 @@ std::atomic<int64_t> live_envelopes{0};
 
 // Gives the translator the dictionary sets of the drives that its bus reports present but whose
 // events have not reached it yet (a drive attached a moment ago, its event still queued on the
-// bus's thread), so that a line for such a drive is not refused as unknown. Whether a set came.
+// bus's thread), so that a line for such a drive is not refused as unknown nor dropped as absent;
+// and marks the tables stale when the drives they count as present are not those of the bus.
+// Whether the line is worth translating again.
 bool catch_up_presence(TRA &tra) {
     uint64_t present = 0;
     if (tra.bus == nullptr || oxb_get_present_axes(tra.bus, &present) != 0) return false;
-    bool added = false;
-    for (; present != 0; present &= present - 1) {
-        const int axis = std::countr_zero(present);
+    bool again = false;
+    uint64_t with_sets = 0;
+    for (uint64_t rest = present; rest != 0; rest &= rest - 1) {
+        const int axis = std::countr_zero(rest);
         auto &set = tra.axis_sets[static_cast<std::size_t>(axis)];
-        if (set.load() != nullptr) continue;
-        _tra_bus_event(tra.bus, axis, OXB_EVENT_DRIVE_PRESENT, &tra);
-        added = added || set.load() != nullptr;
+        if (set.load() == nullptr) {
+            _tra_bus_event(tra.bus, axis, OXB_EVENT_DRIVE_PRESENT, &tra);
+            again = again || set.load() != nullptr;
+        }
+        if (set.load() != nullptr) with_sets |= uint64_t{1} << axis;
     }
-    return added;
+    if (with_sets != tra.present_axes.load()) {
+        mark_stale(tra);
+        again = true;
+    }
+    return again;
 }
 
 } // namespace
