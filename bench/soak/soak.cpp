@@ -143,12 +143,13 @@ bool parse_plan(const std::string &path, Config *c, Plan *plan) {
 
 // ---- Counts ----
 
-long threads_now() {
+// A number of the process's status file: "Threads:", "VmRSS:" (kB); -1 when it is not there.
+long status_value(const std::string &field) {
     std::ifstream in("/proc/self/status");
     std::string key;
     long value = -1;
     while (in >> key)
-        if (key == "Threads:" && (in >> value)) return value;
+        if (key == field && (in >> value)) return value;
     return -1;
 }
 
@@ -156,15 +157,6 @@ long peak_rss_kb() {
     rusage u{};
     getrusage(RUSAGE_SELF, &u);
     return u.ru_maxrss;
-}
-
-long rss_kb() {
-    std::ifstream in("/proc/self/status");
-    std::string key;
-    long value = -1;
-    while (in >> key)
-        if (key == "VmRSS:" && (in >> value)) return value;
-    return -1;
 }
 
 // ---- Registers of the model ----
@@ -524,43 +516,26 @@ void Worker::op_read(Rng &r) {
 
 // Lines the drive or the translator must refuse; none may change a register.
 void Worker::op_bad(Rng &r) {
-    const std::string a = std::to_string(axis_);
+    // Register, then the axis, then the rest: a gap index, a value outside the enumeration or the
+    // range, read-only registers, a read of a gap, two assignments in one.
+    static const std::pair<const char *, const char *> refused[] = {
+        {"K13.", "=1"}, {"K12.", "=9"}, {"K1.", "=2000000"}, {"K50.", "=1"},
+        {"M7.", "=5"},  {"K13.", ""},   {"X3.", "=1=2"}};
     const int x = r.below(24);
     std::string line;
     int reg = -1;
-    switch (r.below(9)) {
-    case 0:
-        line = "K13." + a + "=1";
-        break;
-    case 1:
-        line = "K12." + a + "=9";
-        break;
-    case 2:
-        line = "K1." + a + "=2000000";
-        break;
-    case 3:
-        line = "K50." + a + "=1";
-        break;
-    case 4:
-        line = "X" + std::to_string(x) + "." + a + "=1=2";
-        break;
-    case 5:
-        line = "M7." + a + "=5";
-        break;
-    case 6:
-        line = "K13." + a;
-        break;
-    case 7:
+    const int pick = r.below(9);
+    if (pick < 7) {
+        line = refused[pick].first + std::to_string(axis_) + refused[pick].second;
+    } else if (pick == 7) {
         if (model_[static_cast<std::size_t>(x)].busy) return;
-        line = "X" + std::to_string(x) + "." + a + "/=0";
+        line = "X" + std::to_string(x) + "." + std::to_string(axis_) + "/=0"; // a division by 0
         reg = x;
-        break;
-    default: {
+    } else {
         // Characters that name no register, command or axis: the line cannot mean anything.
         static const char junk[] = "$%&[]{}<>?~^|`'\"\\ ";
         for (int n = 1 + r.below(24); n > 0; --n)
             line += junk[r.below(static_cast<int>(sizeof junk - 1))];
-    }
     }
     const int rc = send(line, BAD, reg, 0);
     (void)rc; // refused by the translator, or sent and refused by the drive
@@ -918,7 +893,7 @@ void Run::check_counts() noexcept {
     oxbsim_get_counts(&counts);
     const int64_t ports = open_ports.load() + 1; // the control port or the server's
     const int64_t buses = config.tcp ? 1 + open_ports.load() : 1;
-    const long threads = threads_now();
+    const long threads = status_value("Threads:");
     const int64_t envelopes = ryn::tra::_tra_live_envelopes();
     if (base_threads_ < 0) base_threads_ = threads;
     std::ostringstream o;
@@ -1118,7 +1093,7 @@ int main(int argc, char **argv) {
                 c.seed, c.tcp ? "tcp" : "sim", c.threads, plan[0].size(), c.drop, c.nack,
                 c.latency_us);
     std::fflush(stdout);
-    const long rss_before = rss_kb();
+    const long rss_before = status_value("VmRSS:");
     const auto start = Clock::now();
     Run run(c, plan);
     // A line every 30 seconds: operations done, their rate, and the resident memory, which must
@@ -1133,7 +1108,7 @@ int main(int argc, char **argv) {
             const double s = std::chrono::duration<double>(last - start).count();
             std::printf("soak: %ld operations, %.0f per second, RSS %ld kB\n",
                         run.operations.load(), static_cast<double>(run.operations.load()) / s,
-                        rss_kb());
+                        status_value("VmRSS:"));
             std::fflush(stdout);
         }
     });
@@ -1145,8 +1120,8 @@ int main(int argc, char **argv) {
         std::printf("soak: passed: %ld operations in %.1f s (%.0f per second), RSS %ld kB before, "
                     "%ld kB after, peak %ld kB\n",
                     run.operations.load(), seconds,
-                    static_cast<double>(run.operations.load()) / seconds, rss_before, rss_kb(),
-                    peak_rss_kb());
+                    static_cast<double>(run.operations.load()) / seconds, rss_before,
+                    status_value("VmRSS:"), peak_rss_kb());
         for (int k = 0; k < KINDS; ++k)
             if (run.counted[k] > 0)
                 std::printf(
