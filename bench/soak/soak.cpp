@@ -771,6 +771,14 @@ void Worker::op_presence() {
         model_[i].value = run_.defaults[static_cast<std::size_t>(axis_)][i];
         check(static_cast<int>(i));
     }
+    // A tcp client learns of the drive from the server's event, a moment later: until then its
+    // lines for the drive are dropped as lines for an absent axis.
+    const auto end = Clock::now() + std::chrono::seconds(3);
+    while (run_.config.tcp && !lost() &&
+           (tra_get_drv_product(dtra_, axis_) == 0 || tra_get_drv_product(rtra_, axis_) == 0)) {
+        if (Clock::now() > end) fail("the attached drive never reached the translators");
+        std::this_thread::sleep_for(std::chrono::microseconds(200));
+    }
 }
 
 // Closes a port that another worker opened and used: its bus must go at once, not when that

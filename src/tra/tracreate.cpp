@@ -46,10 +46,17 @@ int create_on_bus(const Tracer &t, const BusCreateLines &lines, TRA **out, uint3
     if (oxb_port_is_valid(port) == 0) return t.fail(lines.port, TRA_EBADPARAM);
     OXB_BUS *bus = nullptr;
     if (oxb_get_port_bus(port, &bus) != 0) return t.fail(lines.bus, TRA_EBADPARAM);
-    uint64_t present = 0;
-    if (oxb_get_present_axes(bus, &present) != 0) return t.convert(lines.present, TRA_EBADPARAM);
-    if (present != 0 && oxb_get_drive_info(bus, std::countr_zero(present), &info) != 0)
-        return t.convert(lines.drive, TRA_EBADPARAM);
+    // The first present drive's identity; a drive that leaves between the two questions is not
+    // a failure: the present drives are asked for again (at most once per axis).
+    for (int tries = 0;; ++tries) {
+        uint64_t present = 0;
+        if (oxb_get_present_axes(bus, &present) != 0)
+            return t.convert(lines.present, TRA_EBADPARAM);
+        if (present == 0) break;
+        const int rc = oxb_get_drive_info(bus, std::countr_zero(present), &info);
+        if (rc == 0) break;
+        if (rc != OXB_ENODRIVE || tries == AXES) return t.convert(lines.drive, TRA_EBADPARAM);
+    }
     const uint32_t product = wire::load_u32(reinterpret_cast<const uint8_t *>(&info) +
                                             offsetof(wire::DriveInfo, product));
     int rc = _tra_create_base(out, product, 0, flags, kind);
