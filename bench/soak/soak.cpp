@@ -695,6 +695,18 @@ void Worker::op_restore(Rng &r) {
     for (std::size_t i = 0; i < std::min<std::size_t>(file.size(), 12); ++i)
         why << "\n    " << file[i];
     why << "\n  ";
+    // How each of the worker's buses sees its drive, for the message.
+    for (OXB_PORT *port : {dport_, rport_}) {
+        OXB_BUS *bus = nullptr;
+        uint64_t present = 0;
+        uint8_t info[76] = {76};
+        oxb_get_port_bus(port, &bus);
+        const int p = oxb_get_present_axes(bus, &present);
+        why << (port == dport_ ? " direct port: present " : ", register port: present ") << p
+            << " 0x" << std::hex << present << std::dec << ", drive "
+            << oxb_get_drive_info(bus, axis_, info) << ", translator's product "
+            << tra_get_drv_product(port == dport_ ? dtra_ : rtra_, axis_);
+    }
     if (rc == 0 && bad_line != 0)
         fail(why.str() + ": a bad line passed: " + file[static_cast<std::size_t>(bad_line - 1)]);
     // A download stops at the bad line, or where a register version could not be written (the
