@@ -97,11 +97,12 @@ function(ryn_library)
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 endfunction()
 
-# ryn_test(NAME <exe> SOURCES ... LIBS ... [DEFINITIONS ...] [DEPENDS ...]): one GoogleTest program,
-# its cases registered with CTest.
+# ryn_test(NAME <exe> SOURCES ... LIBS ... [DEFINITIONS ...] [DEPENDS ...] [LABELS ...]): one
+# GoogleTest program, its cases registered with CTest under the labels given (concurrency: the
+# programs whose cases run threads, which scripts/test also runs under ThreadSanitizer).
 # Left out, with the rest of the GoogleTest programs, when GoogleTest was not found.
 function(ryn_test)
-    cmake_parse_arguments(A "" "NAME" "SOURCES;LIBS;DEFINITIONS;DEPENDS" ${ARGN})
+    cmake_parse_arguments(A "" "NAME" "SOURCES;LIBS;DEFINITIONS;DEPENDS;LABELS" ${ARGN})
     if(NOT GTest_FOUND)
         return()
     endif()
@@ -114,7 +115,11 @@ function(ryn_test)
     if(A_DEPENDS)
         add_dependencies(${A_NAME} ${A_DEPENDS})
     endif()
-    gtest_discover_tests(${A_NAME} DISCOVERY_TIMEOUT 60)
+    if(A_LABELS)
+        gtest_discover_tests(${A_NAME} DISCOVERY_TIMEOUT 60 PROPERTIES LABELS "${A_LABELS}")
+    else()
+        gtest_discover_tests(${A_NAME} DISCOVERY_TIMEOUT 60)
+    endif()
 endfunction()
 
 # ryn_fuzz(NAME <target> SOURCES ... LIBS ... CORPUS <dir>): a libFuzzer target under the fuzz

@@ -32,6 +32,13 @@ typedef struct OXBSIM_FAULTS {
     uint64_t seed;         /* seed of the fault draws; setting the faults restarts them */
 } OXBSIM_FAULTS;
 
+/* Port and bus objects of the bus library alive in the process, of any transport: a port or bus
+ * still counted after every handle was closed has leaked (or waits for a thread's next call). */
+typedef struct OXBSIM_COUNTS {
+    int64_t ports;
+    int64_t buses;
+} OXBSIM_COUNTS;
+
 /* Attaches a drive at axis (0..63) of a simulated bus; raises one event for the axis. */
 RYN_EXPORT int oxbsim_attach(OXB_BUS *bus, int axis, const OXBSIM_DRIVE *drive);
 /* Detaches the drive at axis; raises one event for the axis. */
@@ -48,6 +55,8 @@ RYN_EXPORT int oxbsim_write(OXB_BUS *bus, int axis, uint32_t kind, uint32_t inde
                             uint32_t subindex, uint64_t raw);
 /* Puts the memory (saved copy included) of the drives on the axes back to their defaults. */
 RYN_EXPORT int oxbsim_reset(OXB_BUS *bus, uint64_t axes);
+/* Reads the numbers of port and bus objects alive in the process, for leak checks. */
+RYN_EXPORT int oxbsim_get_counts(OXBSIM_COUNTS *counts);
 
 #ifdef __cplusplus
 }

@@ -216,7 +216,7 @@ int oxb_unregister_handler(OXB_BUS *bus, void *owner) {
 
 int oxb_send(OXB_PORT *port, void *ticket, uint64_t axes, const void *record, int timeout_ms) {
     return guarded([&] {
-        Port *const p = Registry::get().cached_port(port);
+        const std::shared_ptr<Port> p = Registry::get().cached_port(port);
         if (!p) return OXB_EBADPORT;
         if (record == nullptr || axes == 0) return OXB_EBADPARAM;
         const wire::ConstRecordView r{static_cast<const uint8_t *>(record)};
@@ -228,7 +228,7 @@ int oxb_send(OXB_PORT *port, void *ticket, uint64_t axes, const void *record, in
 int oxb_receive(OXB_PORT *port, void **ticket, int reserved1, void *buffer, int capacity,
                 int reserved2, int timeout_ms) {
     return guarded([&] {
-        Port *const p = Registry::get().cached_port(port);
+        const std::shared_ptr<Port> p = Registry::get().cached_port(port);
         if (!p) return OXB_EBADPORT;
         if (buffer == nullptr || capacity < 0 || reserved1 != 0 || reserved2 != 0)
             return OXB_EBADPARAM;

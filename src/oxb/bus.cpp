@@ -240,9 +240,6 @@ bool Events::call(void *owner, int axis, int event, std::unique_lock<std::mutex>
     calling_.push_back(owner);
     lk.unlock();
     handler(bus_, axis, event, context);
-    // A port that the handler used must not stay cached on this thread: that would keep its bus,
-    // and so this thread, alive after the bus's last port is closed.
-    Registry::forget_cached_port();
     lk.lock();
     calling_.erase(std::find(calling_.begin(), calling_.end(), owner));
     done_cv_.notify_all();
@@ -251,9 +248,13 @@ bool Events::call(void *owner, int axis, int event, std::unique_lock<std::mutex>
 
 // ---- Bus ----
 
+std::atomic<int64_t> LiveCounts::ports{0};
+std::atomic<int64_t> LiveCounts::buses{0};
+
 Bus::Bus(std::unique_ptr<Transport> transport, OXB_BUS *handle)
     : handle_(handle), epoch_(Clock::now()), transport_(std::move(transport)),
       receivers_read_(transport_->receivers_read()), events_(std::make_shared<Events>(handle)) {
+    LiveCounts::buses.fetch_add(1, std::memory_order_relaxed);
     transport_->attach_host(this);
     Events::start(events_);
 }
@@ -261,6 +262,7 @@ Bus::Bus(std::unique_ptr<Transport> transport, OXB_BUS *handle)
 Bus::~Bus() {
     transport_.reset(); // its threads raise events no more
     events_->stop();
+    LiveCounts::buses.fetch_sub(1, std::memory_order_relaxed);
 }
 
 bool Bus::wait_unlocked(std::unique_lock<std::mutex> &lk, int timeout_ms) {

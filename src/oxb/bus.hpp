@@ -32,9 +32,20 @@ struct Answer {
     uint8_t bytes[wire::RECORD_MAX_SIZE];
 };
 
+// Port and bus objects alive in the process, open or not yet released (leak checks).
+struct LiveCounts {
+    static std::atomic<int64_t> ports;
+    static std::atomic<int64_t> buses;
+};
+
 class Port {
   public:
-    Port(std::shared_ptr<Bus> bus, OXB_PORT *handle) : bus_(std::move(bus)), handle_(handle) {}
+    Port(std::shared_ptr<Bus> bus, OXB_PORT *handle) : bus_(std::move(bus)), handle_(handle) {
+        LiveCounts::ports.fetch_add(1, std::memory_order_relaxed);
+    }
+    ~Port() { LiveCounts::ports.fetch_sub(1, std::memory_order_relaxed); }
+    Port(const Port &) = delete;
+    Port &operator=(const Port &) = delete;
 
     // Queues an answer that a receiver may take from `due` on (`now`: the poster's clock, read
     // once per record). Answers come out in the order of their due times, equal ones in the order

@@ -23,23 +23,27 @@ std::shared_ptr<Bus> Registry::bus(OXB_BUS *handle) {
 
 namespace {
 
+// A weak reference: a port closed by another thread, with its bus, is released at once, not kept
+// alive until this thread's next call.
 struct PortCache {
     OXB_PORT *handle = nullptr;
     uint64_t closes = 0;
-    std::shared_ptr<Port> port;
+    std::weak_ptr<Port> port;
 };
 thread_local PortCache port_cache;
 
 } // namespace
 
-Port *Registry::cached_port(OXB_PORT *handle) {
+std::shared_ptr<Port> Registry::cached_port(OXB_PORT *handle) {
     PortCache &c = port_cache;
     const uint64_t closes = closes_.load(std::memory_order_acquire);
-    if (handle != nullptr && c.handle == handle && c.closes == closes) return c.port.get();
-    c.port = port(handle);
-    c.handle = c.port ? handle : nullptr;
+    if (handle != nullptr && c.handle == handle && c.closes == closes)
+        if (std::shared_ptr<Port> p = c.port.lock()) return p;
+    std::shared_ptr<Port> p = port(handle);
+    c.port = p;
+    c.handle = p ? handle : nullptr;
     c.closes = closes;
-    return c.port.get();
+    return p;
 }
 
 void Registry::forget_cached_port() {

@@ -18,9 +18,9 @@ class Registry {
 
     std::shared_ptr<Port> port(OXB_PORT *handle);
     // The open port of a handle, null when there is none, for the calls that run most often:
-    // each thread keeps the last port it looked up while no port has been closed since, which
-    // spares the registry lock. The port stays valid for the calling thread until its next call.
-    Port *cached_port(OXB_PORT *handle);
+    // each thread remembers the last port it looked up while no port has been closed since, which
+    // spares the registry lock; the memory holds no reference of its own.
+    std::shared_ptr<Port> cached_port(OXB_PORT *handle);
     // Forgets the calling thread's cached port.
     static void forget_cached_port();
     std::shared_ptr<Bus> bus(OXB_BUS *handle);

@@ -124,4 +124,11 @@ int oxbsim_reset(OXB_BUS *bus, uint64_t axes) {
     });
 }
 
+int oxbsim_get_counts(OXBSIM_COUNTS *counts) {
+    if (counts == nullptr) return OXB_EBADPARAM;
+    counts->ports = LiveCounts::ports.load(std::memory_order_relaxed);
+    counts->buses = LiveCounts::buses.load(std::memory_order_relaxed);
+    return 0;
+}
+
 } // extern "C"

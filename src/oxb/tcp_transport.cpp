@@ -380,6 +380,10 @@ bool TcpTransport::Link::handle(uint16_t type, const uint8_t *body, uint32_t siz
     call.code = code == 0 ? 0 : peer_code(code);
     call.size = payload;
     std::memcpy(call.payload, body + sizeof(wire::ReplyBody), payload);
+    // The presence mask is taken here, in the order of the stream: the events that follow the
+    // reply change it after, and an event already read cannot be undone by an older mask.
+    if (request == wire::FRAME_PRESENT && code == 0)
+        present = wire::load_u64(body + sizeof(wire::ReplyBody));
     cv.notify_all();
     return true;
 }
@@ -610,8 +614,7 @@ int TcpTransport::connect(const TcpAddress &address, std::unique_ptr<TcpTranspor
                                                : ": the connection was lost after the hello");
         return rc;
     }
-    link->present = wire::load_u64(mask);
-    *out = std::move(transport);
+    *out = std::move(transport); // the reply's mask is already in link->present
     return 0;
 }
 

@@ -14,6 +14,7 @@
 #include <csignal>
 #include <cstring>
 #include <deque>
+#include <future>
 #include <map>
 #include <mutex>
 #include <thread>
@@ -751,6 +752,17 @@ void Server::run() {
     state_->log("serving " + state_->options.bus + " on " + state_->options.host + ":" +
                 std::to_string(state_->bound_port));
     state_->io.run();
+}
+
+void Server::disconnect_clients() {
+    State *st = state_.get();
+    std::promise<void> done;
+    asio::post(st->io, [st, &done] {
+        while (!st->sessions.empty())
+            st->close_session(*st->sessions.begin()->second, "closed: connections broken");
+        done.set_value();
+    });
+    done.get_future().wait();
 }
 
 void Server::stop() {

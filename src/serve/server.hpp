@@ -40,6 +40,9 @@ class Server {
     OXB_BUS *bus() const;
     // Serves until stop() or a signal; on the calling thread.
     void run();
+    // Breaks every client's connection, as a failing network would, and returns when they are
+    // closed; the server goes on serving. Any thread but the server's, while run() runs.
+    void disconnect_clients();
     // Ends run(): closes every connection and the listener. Any thread, any number of times.
     void stop();
 

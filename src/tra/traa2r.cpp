@@ -505,9 +505,10 @@ int _tra_asc2rec_exec(TRA *tra, const char *text, TRA_RECORD *record, int32_t ca
 
     // A line addressed only to absent axes, or outside a running stream's axes, is dropped; a line
     // of a type outside the filter skips this test with the other checks.
-    const auto present = static_cast<int64_t>(tra->present_axes.load());
+    // Unsigned: the device at axis 63 is the top bit, and a signed mask would be negative.
+    const uint64_t present = tra->present_axes.load();
     const uint64_t download = tra->download_axis_mask;
-    bool absent = present >= 1 && (ctx.axis_mask & static_cast<uint64_t>(present)) == 0;
+    bool absent = present != 0 && (ctx.axis_mask & present) == 0;
     if (checked && absent && (present & 1) != 0 && tra->bus != nullptr) {
         // A bus that does not filter by presence is given the line all the same. A bus that
         // cannot tell leaves the test as it is.

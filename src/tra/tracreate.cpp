@@ -46,10 +46,17 @@ int create_on_bus(const Tracer &t, const BusCreateLines &lines, TRA **out, uint3
     if (oxb_port_is_valid(port) == 0) return t.fail(lines.port, TRA_EBADPARAM);
     OXB_BUS *bus = nullptr;
     if (oxb_get_port_bus(port, &bus) != 0) return t.fail(lines.bus, TRA_EBADPARAM);
+    // The identity of the first present drive that answers: a drive that the bus's view counts
+    // as present may have left already (over tcp the view follows the server's events); without
+    // any, the translator starts as on a bus without drives.
     uint64_t present = 0;
     if (oxb_get_present_axes(bus, &present) != 0) return t.convert(lines.present, TRA_EBADPARAM);
-    if (present != 0 && oxb_get_drive_info(bus, std::countr_zero(present), &info) != 0)
-        return t.convert(lines.drive, TRA_EBADPARAM);
+    for (; present != 0; present &= present - 1) {
+        const int rc = oxb_get_drive_info(bus, std::countr_zero(present), &info);
+        if (rc == 0) break;
+        if (rc != OXB_ENODRIVE) return t.convert(lines.drive, TRA_EBADPARAM);
+        wire::store_u32(reinterpret_cast<uint8_t *>(&info) + offsetof(wire::DriveInfo, product), 0);
+    }
     const uint32_t product = wire::load_u32(reinterpret_cast<const uint8_t *>(&info) +
                                             offsetof(wire::DriveInfo, product));
     int rc = _tra_create_base(out, product, 0, flags, kind);

@@ -84,6 +84,8 @@ int _tra_extract_cmd(TRA *tra, const Envelope *envelope, char *text, int size, u
                      uint8_t *status_out, uint8_t *request_out, uint64_t *tag_out);
 // Frees an envelope that the caller holds.
 void _tra_free_cmd(Envelope *envelope);
+// Envelopes made and not yet freed, in the whole process (leak checks).
+int64_t _tra_live_envelopes();
 // Merges an answer into the envelope it belongs to and completes the envelope when its sender
 // is done and every answer is in; with the inbox's lock held.
 void _tra_envelope_answered(Inbox &inbox, Envelope *envelope, const uint8_t *record);

@@ -259,16 +259,20 @@ int _tra_rebuild_lkt(TRA *tra, uint64_t generation, uint32_t flags) noexcept {
 
         // Offline every axis counts as present; bus-bound translators ask their bus (a bus that
         // cannot tell counts every axis as absent).
+        // A drive counts as present only with its dictionary set: one whose event has not come
+        // yet (just attached) or has just taken its set away (just detached) is absent, so that
+        // the tables never name a present axis without a dictionary.
         uint64_t present = ALL_AXES;
         if (tra->bus != nullptr && oxb_get_present_axes(tra->bus, &present) != 0) present = 0;
-        tra->present_axes = present;
         const bool drive_only = (flags & TRA_FDRIVE_ONLY) != 0;
         for (int axis = 0; axis < AXES; ++axis) {
             const TRA_TD *td = tra->axis_sets[static_cast<std::size_t>(axis)].load();
             tra->axis_dicts[static_cast<std::size_t>(axis)] = td == nullptr ? nullptr
                                                               : drive_only  ? td->drive_only
                                                                             : td->full;
+            if (td == nullptr && tra->bus != nullptr) present &= ~(uint64_t{1} << axis);
         }
+        tra->present_axes = present;
 
         tra->registers.reserve(64);
         int rc = build_generic(tra->registers, false, t, {319, 311, 315, 307, 323, 327, 331});

@@ -1,6 +1,7 @@
 // Records and their answers on sim: buses: one answer per record to its own port and ticket,
 // merged answers of several axes, axis 63, absent axes, timeouts and closing.
 #include <atomic>
+#include <future>
 
 #include "bus_fixture.hpp"
 
@@ -141,6 +142,27 @@ TEST_F(BusTest, ClosingAPortWakesItsReceiversAndItsHandleIsRefused) {
     EXPECT_EQ(oxb_send(p, nullptr, 1, read(K, 1).bytes, 0), OXB_EBADPORT);
     EXPECT_EQ(oxb_close(&p), OXB_EBADPORT);
     ports_.clear();
+}
+
+TEST_F(BusTest, PortUsedOnOneThreadAndClosedOnAnotherReleasesItsBusAtOnce) {
+    OXBSIM_COUNTS before{}, after{};
+    ASSERT_EQ(oxbsim_get_counts(&before), 0);
+    std::promise<OXB_PORT *> used;
+    std::promise<void> checked;
+    std::thread user([&] {
+        OXB_PORT *p = nullptr;
+        EXPECT_EQ(oxb_open("sim:axes=0", &p), 0);
+        exchange(p, 1, read(K, 1)); // the last port this thread used: remembered by it
+        used.set_value(p);
+        checked.get_future().wait(); // parked, without another call of the bus library
+    });
+    OXB_PORT *p = used.get_future().get();
+    ASSERT_EQ(oxb_close(&p), 0);
+    ASSERT_EQ(oxbsim_get_counts(&after), 0);
+    checked.set_value();
+    user.join();
+    EXPECT_EQ(after.buses, before.buses) << "the bus went with its last port";
+    EXPECT_EQ(after.ports, before.ports);
 }
 
 TEST_F(BusTest, AnswerTooBigForTheBufferStaysForTheNextReceive) {

@@ -285,6 +285,25 @@ TEST(BusEvents, EmptyBusLearnsDrivesAsTheyComeAndForgetsThemAsTheyLeave) {
     oxb_close(&port);
 }
 
+TEST(BusEvents, DriveLeavingAndComingBackBesideTheControllerAtAxis63) {
+    OnBus b; // the default bus: drives at 0..3 and the controller at 63
+    uint8_t info[76] = {76}, ext[20] = {20};
+    ASSERT_EQ(oxb_get_drive_info(b.bus, 1, info), 0);
+    ASSERT_EQ(oxb_get_ext_info(b.bus, 1, ext), 0);
+    auto u32 = [](const uint8_t *p) { return ryn::wire::load_u32(p); };
+    const OXBSIM_DRIVE again{u32(info + 4), u32(info + 16), u32(ext + 4),
+                             u32(ext + 16), u32(info + 12), u32(info + 8)};
+    for (int round = 0; round < 20; ++round) {
+        ASSERT_EQ(oxbsim_detach(b.bus, 1), 0);
+        ASSERT_TRUE(eventually([&] { return tra_get_drv_product(b.tra, 1) == 0; }));
+        const Answer gone = roundtrip(b.tra, "X14.1=6");
+        EXPECT_EQ(gone.send_rc, 0) << "a line for the absent axis is dropped, not unknown";
+        EXPECT_EQ(gone.sent, 0);
+        ASSERT_EQ(oxbsim_attach(b.bus, 1, &again), 0);
+        EXPECT_EQ(roundtrip(b.tra, "X14.1=7").ack, 1) << "sent at once, before the drive's event";
+    }
+}
+
 TEST(BusEvents, RepeatedReportsOfTheSameDriveKeepTheTables) {
     OnBus b;
     ASSERT_EQ(roundtrip(b.tra, "K12.0=1").ack, 1);

@@ -6,10 +6,13 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <memory>
+#include <string>
 #include <thread>
 #include <vector>
 
 #include "bus_helpers.hpp"
+#include "server.hpp"
 #include "traopn.hpp"
 
 namespace {
@@ -139,6 +142,37 @@ TEST(Threads, DestroyWhileTheBusRaisesEvents) {
     }
     EXPECT_GT(churn.rounds(), 0);
     oxb_close(&port);
+}
+
+// A tcp client's view of the present drives follows the server's events: a translator created
+// just after the first drive left the served bus starts from the drives that answer.
+TEST(Threads, CreatedOnAServedBusJustAfterTheFirstDriveLeft) {
+    ryn::serve::Options options;
+    options.port = 0;
+    options.bus = "sim:axes=0-1";
+    std::unique_ptr<ryn::serve::Server> server;
+    std::string why;
+    ASSERT_EQ(ryn::serve::Server::create(options, &server, &why), 0) << why;
+    std::thread serving([&] { server->run(); });
+    OXB_PORT *port = nullptr;
+    ASSERT_EQ(oxb_open(("tcp://127.0.0.1:" + std::to_string(server->port())).c_str(), &port), 0);
+    OXB_BUS *client = nullptr;
+    ASSERT_EQ(oxb_get_port_bus(port, &client), 0);
+    const OXBSIM_DRIVE drive{32, 0, 0, 0, 1, 1};
+    for (int round = 0; round < 20; ++round) {
+        ASSERT_EQ(oxbsim_detach(server->bus(), 0), 0);
+        TRA *tra = nullptr;
+        EXPECT_EQ(tra_create_register_traductor_e(&tra, port, 0), 0) << round;
+        tra_destroy(&tra);
+        ASSERT_EQ(oxbsim_attach(server->bus(), 0, &drive), 0);
+        ASSERT_TRUE(eventually([&] {
+            uint64_t present = 0;
+            return oxb_get_present_axes(client, &present) == 0 && (present & 1) != 0;
+        }));
+    }
+    oxb_close(&port);
+    server->stop();
+    serving.join();
 }
 
 } // namespace
