@@ -68,8 +68,16 @@ Json plot_value(const Answer &a) {
     return d;
 }
 
-// The axis a line names ("K1.0=5" -> 0, "PWR.3=1" -> 3), or -1.
+// A read of one element as the language writes it: "K1.0", "K5:2.1", "*W10" (the motion
+// controller at axis 63); `element` -1 for a register of one element.
+std::string element_line(const std::string &name, int element, int axis) {
+    const std::string e = element < 0 ? std::string() : format(":%d", element);
+    return axis == 63 ? "*" + name + e : name + e + format(".%d", axis);
+}
+
+// The axis a line names ("K1.0=5" -> 0, "PWR.3=1" -> 3, "*W10" -> 63), or -1.
 int line_axis(const std::string &line) {
+    if (!line.empty() && line[0] == '*') return 63;
     const size_t end = line.find('=');
     const size_t dot = line.rfind('.', end == std::string::npos ? line.size() : end);
     if (dot == std::string::npos) return -1;
@@ -304,7 +312,7 @@ Failure Hub::registers(int axis, const std::string &query, int offset, int limit
         Json writable = Json::array();
         for (int s = 0; s < length; ++s) {
             writable.push_back(vok_register_writable(d, k, i, uint32_t(s)) != 0);
-            lines.push_back(name + (length > 1 ? format(":%d", s) : "") + format(".%d", axis));
+            lines.push_back(element_line(name, length > 1 ? s : -1, axis));
         }
         Json entries = Json::array();
         const int id = vok_get_reg_enum(d, k, i, 0);
@@ -444,6 +452,7 @@ Scope::~Scope() {
 }
 
 void Scope::run() {
+    session_.exchange(channels_, ANSWER_MS); // the first reads of a new port take longer
     const auto start = Clock::now();
     const auto period = std::chrono::milliseconds(period_ms_);
     uint64_t n = 0;
@@ -478,8 +487,10 @@ void Scope::run() {
 
 Json Scope::take(int wait_ms) {
     std::unique_lock lock(mutex_);
-    ready_.wait_for(lock, std::chrono::milliseconds(wait_ms),
-                    [&] { return !samples_.empty() || stop_ || hub_.stopping(); });
+    const auto ending = [&] { return stop_ || hub_.stopping(); };
+    if (ready_.wait_for(lock, std::chrono::milliseconds(wait_ms),
+                        [&] { return !samples_.empty() || ending(); }))
+        ready_.wait_for(lock, std::chrono::milliseconds(50), ending); // gather a batch
     Json list = Json::array();
     for (Json &s : samples_)
         list.push_back(std::move(s));

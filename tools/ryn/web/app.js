@@ -77,11 +77,14 @@ function refusal(answer, r) {
   return [answer.message, words || known].filter(Boolean).join(': ');
 }
 
+// "K1.0", "K5:2.1"; the motion controller at axis 63 is written "*W10".
+const elementName = (name, axis) => (Number(axis) === 63 ? '*' + name : name + '.' + axis);
+
 function registerRow(axis, r) {
   const cell = el('td', { className: 'value' });
   r.values = r.values || [];
   for (let s = 0; s < r.elements; s++) {
-    const name = r.name + (r.elements > 1 ? ':' + s : '') + '.' + axis;
+    const name = elementName(r.name + (r.elements > 1 ? ':' + s : ''), axis);
     const input = el('input', {
       value: r.values[s] ?? '', readOnly: !r.writable[s], title: name,
       dataset: { register: name },
@@ -234,7 +237,7 @@ $('scope-start').onclick = () => {
   const channels = [];
   for (let c = 0; c < CHANNELS; c++) {
     const reg = $('scope-reg-' + c).value.trim();
-    if (reg) channels.push(reg + '.' + ($('scope-axis-' + c).value || 0));
+    if (reg) channels.push(elementName(reg, $('scope-axis-' + c).value || 0));
   }
   if (!channels.length) return;
   scopeData = [];
