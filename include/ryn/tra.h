@@ -281,8 +281,8 @@ RYN_EXPORT int tra_send_direct_cmd_e(TRA *tra, const char *text, uint64_t user, 
 /* Takes the next answer (timeout in ms, 0 polls, 0xFFFFFFFF waits) and writes it as text.
  * text holds size characters, terminator included; a longer text is cut to size - 1, without
  * notice. The other outputs may be null: acknowledged (1 when the drives acknowledged), flag (the
- * translator's TRA_FREQUEST_FLAG at sending), request (1 for a register read), user (the value
- * given to the send). TRA_EBADPARAM for a null text or size 0 (no answer is taken);
+ * answer's status bit: 1 when some drive reported an error), request (1 for an acknowledged
+ * register read, else the translator's TRA_FREQUEST_FLAG), user (the value given to the send). TRA_EBADPARAM for a null text or size 0 (no answer is taken);
  * TRA_ENOCOMMAND when nothing arrived in time or the translator has no bus; TRA_EGETREC. */
 RYN_EXPORT int tra_receive_direct_cmd_e_ex(TRA *tra, char *text, uint32_t size,
                                            uint8_t *acknowledged, uint8_t *flag, uint8_t *request,

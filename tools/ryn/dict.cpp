@@ -8,6 +8,7 @@
 
 #include "common.hpp"
 #include "dictionary.hpp"
+#include "online.hpp"
 #include "output.hpp"
 #include "ryn/vok.h"
 
@@ -140,10 +141,6 @@ nlohmann::ordered_json enum_json(const VOK_DICT *d, uint32_t kind, int display, 
 
 // Whether the listing is written as JSON (--json of every dict command).
 bool as_json = false;
-
-void write_json(const nlohmann::ordered_json &j) {
-    out() << j.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
-}
 
 // ---- products, versions ----
 

@@ -1,0 +1,108 @@
+// Pieces the online subcommands share.
+#include "online.hpp"
+
+#include <CLI/CLI.hpp>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "common.hpp"
+#include "output.hpp"
+
+namespace ryn::cli {
+
+void add_bus_option(CLI::App &app, std::string &address) {
+    app.add_option("--bus", address,
+                   "Bus address: sim:[OPTIONS] (simulated drives) or tcp://HOST:PORT")
+        ->capture_default_str();
+}
+
+int open_bus(const char *command, const std::string &address, params::Bus &bus) {
+    std::string why;
+    const int rc = bus.open(address, &why);
+    if (rc == 0) return -1;
+    err() << "ryn " << command << ": " << why << '\n';
+    return rc == OXB_ELOST ? exit_failure : exit_usage;
+}
+
+std::optional<std::time_t> fixed_date() {
+    const char *text = std::getenv("SOURCE_DATE_EPOCH");
+    uint64_t seconds = 0;
+    if (text == nullptr || !parse_number(text, seconds)) return std::nullopt;
+    return static_cast<std::time_t>(seconds);
+}
+
+ProgressBar::ProgressBar(const char *label, bool force)
+    : label_(label), enabled_(force || isatty(STDERR_FILENO) != 0) {}
+
+ProgressBar::~ProgressBar() {
+    clear();
+}
+
+void ProgressBar::show(double done) {
+    if (!enabled_) return;
+    const int percent = static_cast<int>(done * 100 + 0.5);
+    if (percent == last_) return;
+    last_ = percent;
+    constexpr int width = 30;
+    const int filled = percent * width / 100;
+    err() << '\r' << label_ << " [" << std::string(static_cast<std::size_t>(filled), '#')
+          << std::string(static_cast<std::size_t>(width - filled), ' ') << "] " << percent << '%';
+    err().flush();
+    drawn_ = true;
+}
+
+void ProgressBar::clear() {
+    if (!drawn_) return;
+    err() << "\r\033[K";
+    err().flush();
+    drawn_ = false;
+}
+
+bool Input::open(const std::string &path, std::string *error) {
+    if (path == "-") {
+        stream_ = &std::cin;
+        return true;
+    }
+    struct stat st {};
+    if (::stat(path.c_str(), &st) != 0) {
+        *error = "cannot read '" + path + "': " + std::strerror(errno);
+        return false;
+    }
+    if (S_ISDIR(st.st_mode)) {
+        *error = "cannot read '" + path + "': it is a directory";
+        return false;
+    }
+    file_.open(path, std::ios::binary);
+    if (!file_) {
+        *error = "cannot read '" + path + "': " + std::strerror(errno);
+        return false;
+    }
+    stream_ = &file_;
+    return true;
+}
+
+void write_json(const nlohmann::ordered_json &j) {
+    out() << j.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
+}
+
+std::string problem_text(const params::LineProblem &p) {
+    std::string where = p.file;
+    if (p.line > 0) where += ":" + std::to_string(p.line);
+    std::string text = where + ": " + std::to_string(p.code) + " " + p.message;
+    if (!p.text.empty()) text += ": " + p.text;
+    return text;
+}
+
+nlohmann::ordered_json problem_json(const params::LineProblem &p) {
+    return {{"file", p.file},
+            {"line", p.line},
+            {"code", p.code},
+            {"message", p.message},
+            {"text", p.text}};
+}
+
+} // namespace ryn::cli

@@ -1,0 +1,68 @@
+// Pieces the online subcommands share: the --bus option and opening it, the progress bar, the
+// fixed date of reproducible output, input files by name, and JSON output.
+#pragma once
+
+#include <ctime>
+#include <fstream>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+#include "params.hpp"
+
+namespace CLI {
+class App;
+}
+
+namespace ryn::cli {
+
+// Adds "--bus ADDRESS" (default "sim:", the built-in demo bus).
+void add_bus_option(CLI::App &app, std::string &address);
+
+// Opens the bus for `command` ("backup"); on failure says why on standard error and gives the exit
+// status (2 for an address that is not one, 3 for a bus that cannot be reached), else -1.
+int open_bus(const char *command, const std::string &address, params::Bus &bus);
+
+// The date written into uploads: SOURCE_DATE_EPOCH when set (reproducible output), else now.
+std::optional<std::time_t> fixed_date();
+
+// A progress bar on standard error, shown when standard error is a terminal or when forced.
+class ProgressBar {
+  public:
+    ProgressBar(const char *label, bool force);
+    ~ProgressBar();
+    // Shows the fraction done (0..1).
+    void show(double done);
+    // Clears the bar's line.
+    void clear();
+    bool enabled() const { return enabled_; }
+
+  private:
+    const char *label_;
+    bool enabled_;
+    bool drawn_ = false;
+    int last_ = -1;
+};
+
+// An input by name: "-" is standard input. On failure `error` names the file and why (missing,
+// a directory, unreadable) and get() is null.
+class Input {
+  public:
+    bool open(const std::string &path, std::string *error);
+    std::istream *get() { return stream_; }
+
+  private:
+    std::ifstream file_;
+    std::istream *stream_ = nullptr;
+};
+
+// Writes JSON to standard output, two blanks of indent, invalid UTF-8 replaced.
+void write_json(const nlohmann::ordered_json &j);
+
+// "ryn COMMAND: FILE:LINE: CODE MESSAGE: TEXT" lines of problems, as text.
+std::string problem_text(const params::LineProblem &p);
+nlohmann::ordered_json problem_json(const params::LineProblem &p);
+
+} // namespace ryn::cli
