@@ -3,8 +3,9 @@
 'use strict';
 
 const $ = (id) => document.getElementById(id);
-const el = (tag, props = {}, ...children) => {
+const el = (tag, { dataset, ...props } = {}, ...children) => {
   const e = Object.assign(document.createElement(tag), props);
+  Object.assign(e.dataset, dataset || {});
   for (const c of children) e.append(c);
   return e;
 };
@@ -27,7 +28,7 @@ for (const b of document.querySelectorAll('#tabs button')) {
     b.classList.add('active');
     $(b.dataset.tab).classList.add('active');
     if (b.dataset.tab === 'registers') loadRegisters();
-    if (b.dataset.tab === 'scope') plot.resize();
+    if (b.dataset.tab === 'scope') plot.resize($('scope').clientWidth, 420); // drawn while hidden
   };
 }
 
@@ -56,7 +57,7 @@ async function pollDrives() {
 function fillAxes(select) {
   const was = select.value;
   select.replaceChildren(...axes.map((a) => el('option', { value: a, textContent: a })));
-  if (axes.includes(Number(was))) select.value = was;
+  if (was !== '' && axes.includes(Number(was))) select.value = was;
 }
 
 // ---- Registers ----
@@ -92,15 +93,20 @@ function registerRow(axis, r) {
     const note = el('span', { className: 'answer' });
     input.onkeydown = async (ev) => {
       if (ev.key !== 'Enter' || input.readOnly) return;
-      const answer = await api('/api/send', { line: name + '=' + input.value, axis });
-      if (answer.code === 0 && answer.acknowledged) {
-        const back = await api('/api/send', { line: name, axis });
-        input.value = back.answer.slice(back.answer.indexOf('=') + 1);
-        note.className = 'answer ok';
-        note.textContent = 'drive: ' + back.answer;
-      } else {
+      try {
+        const answer = await api('/api/send', { line: name + '=' + input.value, axis });
+        if (answer.code === 0 && answer.acknowledged) {
+          const back = await api('/api/send', { line: name, axis });
+          input.value = back.answer.slice(back.answer.indexOf('=') + 1);
+          note.className = 'answer ok';
+          note.textContent = 'drive: ' + back.answer;
+        } else {
+          note.className = 'answer refused';
+          note.textContent = refusal(answer, r);
+        }
+      } catch (e) {
         note.className = 'answer refused';
-        note.textContent = refusal(answer, r);
+        note.textContent = e.message;
       }
     };
     if (!r.writable[s]) note.textContent = 'read-only';
@@ -113,7 +119,7 @@ function registerRow(axis, r) {
 }
 
 async function loadRegisters() {
-  const axis = $('reg-axis').value || 0;
+  const axis = Number($('reg-axis').value || 0);
   const q = $('reg-search').value.trim();
   const mine = ++regRequest;
   try {
@@ -184,12 +190,13 @@ $('console-line').onkeydown = (ev) => {
     if (!m) return;
     const word = m[0].toUpperCase();
     const found = names.filter((n) => n.toUpperCase().startsWith(word));
-    if (found.length === 1) {
-      input.value = input.value.slice(0, m.index) + found[0] + input.value.slice(m.index + m[0].length);
-      $('console-hint').textContent = '';
-    } else {
-      $('console-hint').textContent = found.slice(0, 30).join('  ');
+    // Completes as far as the matching names agree, and lists them when several are left.
+    let common = found[0] || m[0];
+    for (const f of found) while (!f.toUpperCase().startsWith(common.toUpperCase())) common = common.slice(0, -1);
+    if (common.length >= m[0].length) {
+      input.value = input.value.slice(0, m.index) + common + input.value.slice(m.index + m[0].length);
     }
+    $('console-hint').textContent = found.length > 1 ? found.slice(0, 30).join('  ') : '';
   } else return;
   if (ev.key !== 'Tab') ev.preventDefault();
 };
