@@ -1,4 +1,5 @@
-// Lines held in memory handed to a translator's stream one at a time, for the benchmarks.
+// For the benchmarks: lines held in memory handed to a translator's stream one at a time, and a
+// register translator on a fresh default sim: bus.
 #pragma once
 
 #include <cstddef>
@@ -6,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "ryn/oxb.h"
 #include "ryn/tra.h"
 
 struct LineSource {
@@ -22,4 +24,21 @@ struct LineSource {
         buffer[l.size()] = '\0';
         return 0;
     }
+};
+
+// A port on a fresh default sim: bus and a register translator on it; ok tells whether both opened.
+struct RegisterSession {
+    OXB_PORT *port = nullptr;
+    TRA *tra = nullptr;
+    bool ok = true;
+
+    RegisterSession() {
+        ok = oxb_open("sim:", &port) == 0 && tra_create_register_traductor_e(&tra, port, 0) == 0;
+    }
+    ~RegisterSession() {
+        tra_destroy(&tra);
+        oxb_close(&port);
+    }
+    RegisterSession(const RegisterSession &) = delete;
+    RegisterSession &operator=(const RegisterSession &) = delete;
 };

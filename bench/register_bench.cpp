@@ -27,19 +27,7 @@ struct Record {
     TRA_RECORD *get() { return reinterpret_cast<TRA_RECORD *>(bytes); }
 };
 
-struct Session {
-    OXB_PORT *port = nullptr;
-    TRA *tra = nullptr;
-    bool ok = true;
-
-    Session() {
-        ok = oxb_open("sim:", &port) == 0 && tra_create_register_traductor_e(&tra, port, 0) == 0;
-    }
-    ~Session() {
-        tra_destroy(&tra);
-        oxb_close(&port);
-    }
-
+struct Session : RegisterSession {
     // Exchanges per second of one translated line, bare on the port, over `seconds`.
     double bare_rate(const char *line, double seconds) {
         Record r, answer;

@@ -107,6 +107,100 @@ TEST(Params, AnotherProductIsRefusedUnlessForced) {
     EXPECT_EQ(report.applied, 1u);
 }
 
+TEST(Params, AxisBlocksAreComparedWithTheDrives) {
+    struct Case {
+        const char *block;              // axis block(s) of the file
+        uint64_t axes;                  // restored axes
+        std::vector<std::string> found; // "axis what file drive", refusing ones with "!"
+    };
+    const Case cases[] = {
+        {"# Axis 0:\n#  - dev.product=ORX-D32\n#  - dev.soft.version=3.12B\n", 1, {}},
+        {"# Axis 1:\n#  - dev.product=ORX-D32\n#  - dev.soft.version=3.12B\n",
+         2,
+         {"1 card none IOX-8"}},
+        {"# Axis 1:\n#  - dev.product=ORX-D32\n#  - ext.product.category=IOX-8\n"
+         "#  - ext.soft.version=1.00A\n",
+         2,
+         {"1 card version 1.00A 1.02A"}},
+        {"# Axis 3:\n#  - dev.product=ORX-D32\n#  - ext.product.category=IOX-8\n",
+         8,
+         {"3 card IOX-8 ENC-2"}},
+        {"# Axis 9:\n#  - dev.product.category=SERVO DRIVE\n",
+         ~uint64_t(0),
+         {"9 drive SERVO DRIVE none"}},
+        {"# Axis *:\n#  - dev.product=ORX-M48\n", ~uint64_t(0), {"63 product ORX-M48 ORX-M51 !"}},
+        {"# Axis *:\n#  - dev.product=ORX-M48\n", 1, {}}, // axis 63 not restored
+        {"# Axis 2:\n#  - dev.product.category=SERVO DRIVE\n#  - dev.soft.version=3.20A\n",
+         4,
+         {"2 version 3.20A 3.12B"}}, // no product named: the version alone is compared
+    };
+    OpenBus bus;
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.block);
+        RestoreOptions o;
+        o.dry_run = true;
+        o.axes = c.axes;
+        RestoreReport r;
+        restore_text(bus, std::string("# ORAX Parameters Upload\n") + c.block, &r, o);
+        std::vector<std::string> found;
+        for (const Mismatch &m : r.mismatches)
+            found.push_back(std::to_string(m.axis) + " " + m.what + " " + m.file + " " + m.drive +
+                            (m.refuses ? " !" : ""));
+        EXPECT_EQ(found, c.found);
+    }
+}
+
+TEST(Params, UploadOptionsShapeTheFile) {
+    OpenBus bus;
+    struct Case {
+        uint64_t axes;
+        std::vector<uint8_t> types;
+        bool read_only_comments;
+        uint32_t flags;
+        std::vector<std::string> contains, lacks;
+        int axes_uploaded;
+    };
+    const Case cases[] = {
+        {1, {2}, false, 0, {"\nK50.0=0\n"}, {"# read-only"}, 1},
+        {1, {2}, true, 0, {"# Axis 0:\n#  - dev.product=ORX-D32\n"}, {}, 1},
+        {1, {2}, true, 0, {"\n# read-only: K50.0=0\n", "\nK12.0=0\n"}, {"KF1.0"}, 1},
+        {0x3, {34}, true, TRA_FNO_COMMENTS, {"KF1.1=1.0E3F"}, {"# Axis", "K12.0"}, 2},
+        {uint64_t(1) << 63,
+         {12},
+         true,
+         TRA_FUSE_ALIASES,
+         {"\n*SYNC_PER=100\n", "\n*W11=0\n"},
+         {"\n*W10=", "\n*K"},
+         1},
+    };
+    for (const Case &c : cases) {
+        UploadOptions o;
+        o.axes = c.axes;
+        o.types = c.types;
+        o.read_only_comments = c.read_only_comments;
+        o.flags = c.flags;
+        o.date = std::time_t(0);
+        double last = -1;
+        o.progress = [&last](double p) {
+            EXPECT_GE(p, last);
+            last = p;
+        };
+        std::ostringstream out;
+        UploadSummary summary;
+        ASSERT_EQ(upload(bus, o, out, &summary), 0) << summary.message;
+        const std::string file = out.str();
+        SCOPED_TRACE(file.substr(0, 400));
+        const bool dated = file.find("# Date: Thu Jan  1 00:00:00 1970\n") != std::string::npos;
+        EXPECT_EQ(dated, (c.flags & TRA_FNO_COMMENTS) == 0);
+        for (const std::string &text : c.contains)
+            EXPECT_NE(file.find(text), std::string::npos) << text;
+        for (const std::string &text : c.lacks)
+            EXPECT_EQ(file.find(text), std::string::npos) << text;
+        EXPECT_EQ(summary.axes, c.axes_uploaded);
+        EXPECT_EQ(last, 1.0);
+    }
+}
+
 TEST(Params, FailuresNameTheirLine) {
     struct Case {
         const char *bus;

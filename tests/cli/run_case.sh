@@ -26,6 +26,9 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
 eval "set -- $args"
+# Uploads write this fixed date into their header (2026-01-01 00:00:00 UTC), so that a backup's
+# expected output does not change from run to run.
+export SOURCE_DATE_EPOCH=1767225600
 (cd "$data_dir" && "$ryn" "$@") <"$stdin" >"$work/stdout" 2>"$work/stderr"
 echo $? >"$work/status"
 

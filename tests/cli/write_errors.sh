@@ -24,5 +24,20 @@ check dict products
 check dict registers
 check version
 check --help
+check info
+check send K1.0
+check backup --axes 0 --types KF
+check backup
+check restore restore_ok.par
+check check restore_ok.par
+check diff diff_a.par diff_b.par
+check watch M7 --count 1
+# A backup written with -o onto a full device fails as loudly, and names the file.
+err=$("$ryn" backup -o /dev/full 2>&1)
+status=$?
+if [ $status -ne 4 ] || ! grep -q "cannot write '/dev/full'.*the backup is incomplete" <<<"$err"; then
+    echo "ryn backup -o /dev/full: status $status, stderr: $err"
+    failed=1
+fi
 [ $failed -eq 0 ] && echo "write errors: ok"
 exit $failed

@@ -103,21 +103,11 @@ class Sink {
 int backup(const BackupOptions &o) {
     params::UploadOptions options;
     std::string why;
-    if (!o.axes.empty() && !params::parse_axes(o.axes, &options.axes, &why)) {
-        err() << "ryn backup: --axes: " << why << '\n';
+    if (!read_selection("backup", o.axes, o.types, &options.axes, &options.types))
         return exit_usage;
-    }
-    if (!o.types.empty() && !params::parse_types(o.types, &options.types, &why)) {
-        err() << "ryn backup: --types: " << why << '\n';
-        return exit_usage;
-    }
     params::Bus bus;
-    if (int rc = open_bus("backup", o.bus, bus); rc >= 0) return rc;
-    if (!o.axes.empty() && (options.axes & ~bus.present()) != 0) {
-        err() << "ryn backup: --axes: no drive at axis "
-              << std::countr_zero(options.axes & ~bus.present()) << " of bus '" << o.bus << "'\n";
-        return exit_usage;
-    }
+    if (int rc = open_bus_for("backup", o.bus, !o.axes.empty(), options.axes, bus); rc >= 0)
+        return rc;
     Sink sink;
     if (!sink.open(o.output, &why)) {
         err() << "ryn backup: " << why << '\n';

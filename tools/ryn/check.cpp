@@ -20,11 +20,6 @@ struct CheckOptions {
     bool json = false;
 };
 
-struct Translator {
-    TRA *tra = nullptr;
-    ~Translator() { tra_destroy(&tra); }
-};
-
 int check(const CheckOptions &o) {
     std::string why;
     Input input;

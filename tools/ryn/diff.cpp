@@ -48,11 +48,7 @@ int read_side(const std::string &source, const params::UploadOptions &upload,
 
 int diff(const DiffOptions &o) {
     params::UploadOptions upload;
-    std::string why;
-    if (!o.types.empty() && !params::parse_types(o.types, &upload.types, &why)) {
-        err() << "ryn diff: --types: " << why << '\n';
-        return exit_usage;
-    }
+    if (!read_selection("diff", "", o.types, nullptr, &upload.types)) return exit_usage;
     params::ParamSet a, b;
     if (int rc = read_side(o.a, upload, &a); rc >= 0) return rc;
     if (int rc = read_side(o.b, upload, &b); rc >= 0) return rc;

@@ -97,7 +97,7 @@ std::string reword(const std::string &what) {
 }
 
 int run(int argc, char **argv) {
-    CLI::App app{"ryn: the ORAX drives' command language, offline"};
+    CLI::App app{"ryn: the ORAX drives' command language, offline and on a bus"};
     app.name("ryn");
     app.require_subcommand(1);
     app.footer("Run 'ryn <command> --help' for the options of a command.\n"

@@ -2,6 +2,7 @@
 #include "online.hpp"
 
 #include <CLI/CLI.hpp>
+#include <bit>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -26,6 +27,38 @@ int open_bus(const char *command, const std::string &address, params::Bus &bus) 
     if (rc == 0) return -1;
     err() << "ryn " << command << ": " << why << '\n';
     return rc == OXB_ELOST ? exit_failure : exit_usage;
+}
+
+int open_bus_for(const char *command, const std::string &address, bool axes_given, uint64_t mask,
+                 params::Bus &bus) {
+    if (int rc = open_bus(command, address, bus); rc >= 0) return rc;
+    const uint64_t absent = mask & ~bus.present();
+    if (!axes_given || absent == 0) return -1;
+    err() << "ryn " << command << ": --axes: no drive at axis " << std::countr_zero(absent)
+          << " of bus '" << address << "'\n";
+    return exit_usage;
+}
+
+bool read_selection(const char *command, const std::string &axes, const std::string &types,
+                    uint64_t *mask, std::vector<uint8_t> *type_list) {
+    std::string why;
+    if (mask != nullptr && !axes.empty() && !params::parse_axes(axes, mask, &why)) {
+        err() << "ryn " << command << ": --axes: " << why << '\n';
+        return false;
+    }
+    if (type_list != nullptr && !types.empty() && !params::parse_types(types, type_list, &why)) {
+        err() << "ryn " << command << ": --types: " << why << '\n';
+        return false;
+    }
+    return true;
+}
+
+bool start_direct(const char *command, const params::Bus &bus, Translator *translator) {
+    const int rc = tra_create_direct_traductor_e(&translator->tra, bus.port(), 0);
+    if (rc == 0) return true;
+    err() << "ryn " << command << ": cannot start the translator: " << tra_translate_error(rc)
+          << '\n';
+    return false;
 }
 
 std::optional<std::time_t> fixed_date() {
@@ -83,6 +116,13 @@ bool Input::open(const std::string &path, std::string *error) {
     }
     stream_ = &file_;
     return true;
+}
+
+std::string answer_line(const std::string &line, const std::string &answer, bool acknowledged,
+                        bool status, bool request) {
+    if (request && acknowledged) return answer;
+    return line + ": " + (acknowledged ? "acknowledged" : "refused") +
+           (status ? " (error status)" : "");
 }
 
 void write_json(const nlohmann::ordered_json &j) {

@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
@@ -24,6 +25,28 @@ void add_bus_option(CLI::App &app, std::string &address);
 // Opens the bus for `command` ("backup"); on failure says why on standard error and gives the exit
 // status (2 for an address that is not one, 3 for a bus that cannot be reached), else -1.
 int open_bus(const char *command, const std::string &address, params::Bus &bus);
+
+// Opens the bus, and when --axes was given (`axes_given`), checks that each listed axis has a
+// drive. On failure says why on standard error and gives the exit status, else -1.
+int open_bus_for(const char *command, const std::string &address, bool axes_given, uint64_t mask,
+                 params::Bus &bus);
+
+// Reads --axes and --types when given (an empty text leaves the default); on a bad one says why
+// on standard error ("ryn backup: --axes: ...") and gives false. Either output may be null.
+bool read_selection(const char *command, const std::string &axes, const std::string &types,
+                    uint64_t *mask, std::vector<uint8_t> *type_list);
+
+// A translator handle destroyed with its owner.
+struct Translator {
+    TRA *tra = nullptr;
+    Translator() = default;
+    Translator(const Translator &) = delete;
+    Translator &operator=(const Translator &) = delete;
+    ~Translator() { tra_destroy(&tra); }
+};
+
+// Creates a direct translator on the bus; false with a message on standard error.
+bool start_direct(const char *command, const params::Bus &bus, Translator *translator);
 
 // The date written into uploads: SOURCE_DATE_EPOCH when set (reproducible output), else now.
 std::optional<std::time_t> fixed_date();
@@ -57,6 +80,11 @@ class Input {
     std::ifstream file_;
     std::istream *stream_ = nullptr;
 };
+
+// How an answer to a sent line is shown: a read's value as the translator writes it
+// ("K1.0=1234"), else the line and "acknowledged" or "refused" (with "(error status)").
+std::string answer_line(const std::string &line, const std::string &answer, bool acknowledged,
+                        bool status, bool request);
 
 // Writes JSON to standard output, two blanks of indent, invalid UTF-8 replaced.
 void write_json(const nlohmann::ordered_json &j);

@@ -263,7 +263,11 @@ int Bus::open(const std::string &address, std::string *message) {
     address_ = address;
     int rc = oxb_open(address.c_str(), &port_);
     if (rc != 0) {
-        *message = "cannot open bus '" + address + "': " + oxb_translate_error(rc);
+        // The bus library's message may begin with the address itself; it is said once.
+        std::string why = oxb_translate_error(rc);
+        for (const std::string &prefix : {"'" + address + "': ", address + ": "})
+            if (why.rfind(prefix, 0) == 0) why.erase(0, prefix.size());
+        *message = "cannot open bus '" + address + "': " + why;
         port_ = nullptr;
         return rc;
     }
@@ -501,7 +505,18 @@ int upload(const Bus &bus, const UploadOptions &options,
                 for (int axis = 0; axis < 64; ++axis)
                     if ((s.a.axes >> axis & 1) != 0) s.registers.emplace(axis, s.a.kind, s.a.index);
             }
-            if (read_only && s.options.read_only_comments) line = READ_ONLY_PREFIX + line;
+            if (read_only && s.options.read_only_comments) {
+                // The description keeps its column when blanks before it can make room.
+                const std::size_t semicolon = line.find(" ;");
+                if (semicolon != std::string::npos) {
+                    std::size_t blanks = 0;
+                    while (blanks < semicolon && line[semicolon - blanks] == ' ')
+                        ++blanks;
+                    const std::size_t drop = std::min(blanks - 1, std::strlen(READ_ONLY_PREFIX));
+                    line.erase(semicolon + 1 - drop, drop);
+                }
+                line = READ_ONLY_PREFIX + line;
+            }
         }
         if (!emit_line(line)) return 1;
         if (line.rfind("# Axis ", 0) == 0 && line.back() == ':') {

@@ -43,7 +43,8 @@ struct DriveIdentity {
     uint32_t ext_boot_revision = 0;
 };
 
-// An open port on a bus with the register translators the operations use. Move-only.
+// An open port on a bus with the register translators the operations use; neither copied nor
+// moved.
 class Bus {
   public:
     Bus() = default;

@@ -1,6 +1,7 @@
 // The restore subcommand: a parameter file downloaded to the drives, after its axis blocks were
 // compared with the drives present; ends with how many lines were applied, skipped and refused.
 #include <CLI/CLI.hpp>
+#include <bit>
 #include <memory>
 #include <string>
 
@@ -61,21 +62,16 @@ nlohmann::ordered_json report_json(const std::string &file, const params::Restor
 int restore(const RestoreOptions &o) {
     params::RestoreOptions options;
     std::string why;
-    if (!o.axes.empty() && !params::parse_axes(o.axes, &options.axes, &why)) {
-        err() << "ryn restore: --axes: " << why << '\n';
+    if (!read_selection("restore", o.axes, o.types, &options.axes, &options.types))
         return exit_usage;
-    }
-    if (!o.types.empty() && !params::parse_types(o.types, &options.types, &why)) {
-        err() << "ryn restore: --types: " << why << '\n';
-        return exit_usage;
-    }
     Input input;
     if (!input.open(o.file, &why)) {
         err() << "ryn restore: " << why << '\n';
         return exit_usage;
     }
     params::Bus bus;
-    if (int rc = open_bus("restore", o.bus, bus); rc >= 0) return rc;
+    if (int rc = open_bus_for("restore", o.bus, !o.axes.empty(), options.axes, bus); rc >= 0)
+        return rc;
     options.dry_run = o.dry_run;
     options.force = o.force;
     ProgressBar bar(o.dry_run ? "check" : "restore", o.progress);

@@ -23,11 +23,6 @@ struct SendOptions {
     bool json = false;
 };
 
-struct DirectTranslator {
-    TRA *tra = nullptr;
-    ~DirectTranslator() { tra_destroy(&tra); }
-};
-
 // Sends one line and awaits its answer; writes the result; true when the drives acknowledged
 // (or the line holds nothing to send).
 bool send_line(TRA *tra, const std::string &line, const SendOptions &o,
@@ -77,11 +72,7 @@ bool send_line(TRA *tra, const std::string &line, const SendOptions &o,
             out() << line << ": error " << rc << " " << tra_translate_error(rc) << '\n';
         return false;
     }
-    if (request != 0 && ack != 0)
-        out() << answer << '\n';
-    else
-        out() << line << ": " << (ack != 0 ? "acknowledged" : "refused")
-              << (status != 0 ? " (error status)" : "") << '\n';
+    out() << answer_line(line, answer, ack != 0, status != 0, request != 0) << '\n';
     return ack != 0;
 }
 
@@ -112,11 +103,8 @@ int send(const SendOptions &o) {
     }
     params::Bus bus;
     if (int rc = open_bus("send", o.bus, bus); rc >= 0) return rc;
-    DirectTranslator direct;
-    if (int rc = tra_create_direct_traductor_e(&direct.tra, bus.port(), 0); rc != 0) {
-        err() << "ryn send: cannot start the translator: " << tra_translate_error(rc) << '\n';
-        return exit_failure;
-    }
+    Translator direct;
+    if (!start_direct("send", bus, &direct)) return exit_failure;
     nlohmann::ordered_json json = nlohmann::ordered_json::array();
     bool all = true;
     for (const std::string &line : lines)

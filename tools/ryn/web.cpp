@@ -193,8 +193,9 @@ void WebServer::setup() {
                                       : host.rfind(':'));
             if (!host.empty() && host.front() == '[') host = host.substr(1, host.size() - 2);
             if (!is_loopback(host)) {
-                fail(res, 403, "this server answers loopback names only (start it with --token "
-                               "to serve other hosts)");
+                fail(res, 403,
+                     "this server answers loopback names only (start it with --token "
+                     "to serve other hosts)");
                 return httplib::Server::HandlerResponse::Handled;
             }
         }
@@ -295,8 +296,7 @@ void WebServer::routes() {
                    [this, what](const httplib::Request &req, httplib::Response &res) {
                        Json body;
                        int axis = 0;
-                       if (!body_json(req, res, &body) || !member(body, "axis", &axis, res))
-                           return;
+                       if (!body_json(req, res, &body) || !member(body, "axis", &axis, res)) return;
                        if (Failure f = hub_.simulate(axis, what[0] == 'a'))
                            return fail(res, f.status, f.message);
                        reply(res, 200, {{"axis", axis}, {what, true}});
@@ -317,29 +317,31 @@ void WebServer::job_routes() {
         if (job.done) j["result"] = job.result;
         return j;
     };
-    http_.Post("/api/backup", [this, job_json](const httplib::Request &req,
-                                               httplib::Response &res) {
-        Json body;
-        std::string axes;
-        if (!body_json(req, res, &body) || !member(body, "axes", &axes, res, false)) return;
-        std::shared_ptr<web::Job> job;
-        if (Failure f = hub_.start_backup(axes, &job)) return fail(res, f.status, f.message);
-        reply(res, 202, job_json(*job));
-    });
-    http_.Post("/api/restore", [this, job_json](const httplib::Request &req,
-                                                httplib::Response &res) {
-        Json body;
-        std::string text;
-        bool dry_run = false, force = false;
-        if (!body_json(req, res, &body) || !member(body, "text", &text, res) ||
-            !member(body, "dry_run", &dry_run, res, false) ||
-            !member(body, "force", &force, res, false))
-            return;
-        std::shared_ptr<web::Job> job;
-        if (Failure f = hub_.start_restore(text, dry_run, force, &job))
-            return fail(res, f.status, f.message);
-        reply(res, 202, job_json(*job));
-    });
+    http_.Post("/api/backup",
+               [this, job_json](const httplib::Request &req, httplib::Response &res) {
+                   Json body;
+                   std::string axes;
+                   if (!body_json(req, res, &body) || !member(body, "axes", &axes, res, false))
+                       return;
+                   std::shared_ptr<web::Job> job;
+                   if (Failure f = hub_.start_backup(axes, &job))
+                       return fail(res, f.status, f.message);
+                   reply(res, 202, job_json(*job));
+               });
+    http_.Post("/api/restore",
+               [this, job_json](const httplib::Request &req, httplib::Response &res) {
+                   Json body;
+                   std::string text;
+                   bool dry_run = false, force = false;
+                   if (!body_json(req, res, &body) || !member(body, "text", &text, res) ||
+                       !member(body, "dry_run", &dry_run, res, false) ||
+                       !member(body, "force", &force, res, false))
+                       return;
+                   std::shared_ptr<web::Job> job;
+                   if (Failure f = hub_.start_restore(text, dry_run, force, &job))
+                       return fail(res, f.status, f.message);
+                   reply(res, 202, job_json(*job));
+               });
     http_.Post("/api/diff", [this](const httplib::Request &req, httplib::Response &res) {
         Json body, out;
         std::string text;
@@ -347,22 +349,23 @@ void WebServer::job_routes() {
         if (Failure f = hub_.diff(text, &out)) return fail(res, f.status, f.message);
         reply(res, 200, out);
     });
-    http_.Get(R"(/api/jobs/(\d{1,9}))", [this, job_json](const httplib::Request &req,
-                                                         httplib::Response &res) {
-        const auto job = hub_.job(std::stoi(req.matches[1]));
-        if (!job) return fail(res, 404, "no such job");
-        reply(res, 200, job_json(*job));
-    });
-    http_.Get(R"(/api/jobs/(\d{1,9})/file)", [this](const httplib::Request &req,
-                                                    httplib::Response &res) {
-        const auto job = hub_.job(std::stoi(req.matches[1]));
-        if (!job || job->kind != "backup") return fail(res, 404, "no such backup");
-        if (!job->done) return fail(res, 409, "the backup is still running");
-        if (job->code != 0) return fail(res, 409, "the backup failed: " + job->result.dump());
-        res.set_header("Content-Disposition", "attachment; filename=\"ryn-backup.txt\"");
-        res.set_header("Cache-Control", "no-store");
-        res.set_content(job->file, "text/plain; charset=utf-8");
-    });
+    http_.Get(R"(/api/jobs/(\d{1,9}))",
+              [this, job_json](const httplib::Request &req, httplib::Response &res) {
+                  const auto job = hub_.job(std::stoi(req.matches[1]));
+                  if (!job) return fail(res, 404, "no such job");
+                  reply(res, 200, job_json(*job));
+              });
+    http_.Get(R"(/api/jobs/(\d{1,9})/file)",
+              [this](const httplib::Request &req, httplib::Response &res) {
+                  const auto job = hub_.job(std::stoi(req.matches[1]));
+                  if (!job || job->kind != "backup") return fail(res, 404, "no such backup");
+                  if (!job->done) return fail(res, 409, "the backup is still running");
+                  if (job->code != 0)
+                      return fail(res, 409, "the backup failed: " + job->result.dump());
+                  res.set_header("Content-Disposition", "attachment; filename=\"ryn-backup.txt\"");
+                  res.set_header("Cache-Control", "no-store");
+                  res.set_content(job->file, "text/plain; charset=utf-8");
+              });
 }
 
 // GET /api/scope?channels=M7.0,K1.0&period_ms=10: server-sent events, one "samples" event with
@@ -386,9 +389,9 @@ void WebServer::scope_route() {
                     return true;
                 }
                 const Json batch = scope->take(1000);
-                const std::string event =
-                    batch["samples"].empty() ? std::string(": idle\n\n")
-                                             : "event: samples\ndata: " + batch.dump() + "\n\n";
+                const std::string event = batch["samples"].empty()
+                                              ? std::string(": idle\n\n")
+                                              : "event: samples\ndata: " + batch.dump() + "\n\n";
                 return sink.write(event.data(), event.size());
             });
     });
@@ -396,8 +399,9 @@ void WebServer::scope_route() {
 
 // The address to open in a browser.
 std::string page_url(const std::string &host, int port) {
-    const std::string shown =
-        host == "0.0.0.0" ? "127.0.0.1" : host == "::" || host == "::0" ? "::1" : host;
+    const std::string shown = host == "0.0.0.0"               ? "127.0.0.1"
+                              : host == "::" || host == "::0" ? "::1"
+                                                              : host;
     return "http://" + (shown.find(':') != std::string::npos ? "[" + shown + "]" : shown) +
            format(":%d/", port);
 }
@@ -405,8 +409,7 @@ std::string page_url(const std::string &host, int port) {
 void open_browser(const std::string &url) {
     const char *argv[] = {"xdg-open", url.c_str(), nullptr};
     pid_t pid = 0;
-    if (posix_spawnp(&pid, "xdg-open", nullptr, nullptr, const_cast<char **>(argv), environ) !=
-        0) {
+    if (posix_spawnp(&pid, "xdg-open", nullptr, nullptr, const_cast<char **>(argv), environ) != 0) {
         err() << "ryn web: cannot start a browser (xdg-open); open " << url << " yourself\n";
         err().flush();
     }
@@ -444,7 +447,9 @@ int serve(const WebOptions &o) {
     WebServer server(*hub, token, token.empty());
     server.setup();
     httplib::Server &http = server.http();
-    const int bound = port == 0 ? http.bind_to_any_port(host) : http.bind_to_port(host, port) ? port : -1;
+    const int bound = port == 0                       ? http.bind_to_any_port(host)
+                      : http.bind_to_port(host, port) ? port
+                                                      : -1;
     if (bound <= 0) {
         err() << "ryn web: cannot listen on " << o.listen << '\n';
         return exit_usage;

@@ -50,7 +50,9 @@ bool contains(const char *text, const std::string &lower_query) {
     return t.find(lower_query) != std::string::npos;
 }
 
-Json text_or_null(const char *text) { return text == nullptr ? Json(nullptr) : Json(text); }
+Json text_or_null(const char *text) {
+    return text == nullptr ? Json(nullptr) : Json(text);
+}
 
 // The value of an answer "K1.0=1234": the text after the first '='.
 std::string answer_value(const std::string &answer) {
@@ -91,10 +93,8 @@ int line_axis(const std::string &line) {
 Json problems_json(const std::vector<params::LineProblem> &problems) {
     Json list = Json::array();
     for (const auto &p : problems)
-        list.push_back({{"line", p.line},
-                        {"code", p.code},
-                        {"message", p.message},
-                        {"text", p.text}});
+        list.push_back(
+            {{"line", p.line}, {"code", p.code}, {"message", p.message}, {"text", p.text}});
     return list;
 }
 
@@ -204,7 +204,9 @@ Hub::~Hub() {
         vok_close(&entry.second);
 }
 
-void Hub::stop() { stopping_ = true; }
+void Hub::stop() {
+    stopping_ = true;
+}
 
 std::unique_ptr<Session> Hub::take_session() {
     std::unique_lock lock(pool_mutex_);
@@ -428,7 +430,9 @@ Failure Hub::scope(const std::vector<std::string> &channels, int period_ms,
     return {};
 }
 
-void Hub::scope_ended() { --scopes_; }
+void Hub::scope_ended() {
+    --scopes_;
+}
 
 Scope::Scope(Hub &hub, std::vector<std::string> channels, int period_ms)
     : hub_(hub), channels_(std::move(channels)), period_ms_(period_ms) {}
@@ -462,8 +466,7 @@ void Scope::run() {
             if (ready_.wait_until(lock, start + n * period, [&] { return stop_; })) return;
         }
         const auto answers = session_.exchange(channels_, ANSWER_MS);
-        const double ms =
-            std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+        const double ms = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
         Json sample = Json::array({n, std::round(ms * 100) / 100});
         for (const Answer &a : answers)
             sample.push_back(plot_value(a));
@@ -544,9 +547,8 @@ Failure Hub::start_backup(const std::string &axes, std::shared_ptr<Job> *job) {
             params::UploadSummary s;
             job.code = params::upload(bus_, options, text, &s);
             job.file = text.str();
-            job.result = {{"code", job.code},         {"message", s.message},
-                          {"axes", s.axes},           {"registers", s.registers},
-                          {"elements", s.elements},   {"lines", s.lines},
+            job.result = {{"code", job.code},         {"message", s.message},   {"axes", s.axes},
+                          {"registers", s.registers}, {"elements", s.elements}, {"lines", s.lines},
                           {"read_only", s.read_only}, {"seconds", s.seconds}};
         },
         job);

@@ -20,7 +20,7 @@ section() {
 version=$("$ryn" --version | awk '{print $2}')
 {
     printf '.TH RYN 1 "" "ryn %s" "User Commands"\n' "$version"
-    printf '.SH NAME\nryn \\- the ORAX drives'"'"' command language, offline\n'
+    printf '.SH NAME\nryn \\- the ORAX drives'"'"' command language, offline and on a bus\n'
     printf '.SH SYNOPSIS\n.B ryn\n\\fIcommand\\fR [\\fIoptions\\fR] [\\fIarguments\\fR]\n'
     section "DESCRIPTION"
     for command in $("$ryn" --help | awk '/^Subcommands:/ {s=1; next} s && !NF {exit} s {print $1}'); do

@@ -9,7 +9,9 @@ _ryn_products() {
 _ryn() {
     local cur prev words cword
     _init_completion || return
-    local commands="translate dict version"
+    local commands="translate dict sim version info send backup restore check diff watch shell"
+    local bus="--bus --help"
+    local layout="--aliases --descriptions --groups --skip-defaults --vector --verbose --no-comments"
     local dict_commands="products versions types registers register commands command search"
     local config="--product --drive-version --ext --ext-version --family"
     local translate="--file --translator --flag --hex --reverse --records --json --strict --verbose
@@ -27,8 +29,11 @@ _ryn() {
     -F | --flag)
         COMPREPLY=($(compgen -W "$flags" -- "$cur"))
         return ;;
-    -f | --file | --family)
+    -f | --file | --family | -o | --output)
         _filedir
+        return ;;
+    --bus)
+        COMPREPLY=($(compgen -W "sim: tcp://127.0.0.1:7500" -- "$cur"))
         return ;;
     esac
 
@@ -51,6 +56,30 @@ _ryn() {
             COMPREPLY=($(compgen -W "--json --all $config --help" -- "$cur"))
         fi ;;
     version) COMPREPLY=($(compgen -W "--help" -- "$cur")) ;;
+    sim) COMPREPLY=($(compgen -W "serve --listen --bus --token --max-clients --help" -- "$cur")) ;;
+    info) COMPREPLY=($(compgen -W "$bus --json" -- "$cur")) ;;
+    send) COMPREPLY=($(compgen -W "$bus --file --timeout --json" -- "$cur")) ;;
+    backup) COMPREPLY=($(compgen -W "$bus --output --axes --types --progress $layout" -- "$cur")) ;;
+    restore)
+        if [[ "$cur" == -* ]]; then
+            COMPREPLY=($(compgen -W "$bus --axes --types --dry-run --force --progress --json" -- "$cur"))
+        else
+            _filedir
+        fi ;;
+    check)
+        if [[ "$cur" == -* ]]; then
+            COMPREPLY=($(compgen -W "$config --version --bus --json --help" -- "$cur"))
+        else
+            _filedir
+        fi ;;
+    diff)
+        if [[ "$cur" == -* ]]; then
+            COMPREPLY=($(compgen -W "--types --json --help" -- "$cur"))
+        else
+            _filedir
+        fi ;;
+    watch) COMPREPLY=($(compgen -W "$bus --axes --interval --count --csv" -- "$cur")) ;;
+    shell) COMPREPLY=($(compgen -W "$bus --timeout" -- "$cur")) ;;
     esac
 }
 complete -F _ryn ryn
