@@ -10,6 +10,7 @@
 
 #include "common.hpp"
 #include "frames.hpp"
+#include "online.hpp"
 #include "output.hpp"
 #include "web_assets.hpp"
 #include "web_hub.hpp"
@@ -478,7 +479,7 @@ int serve(const WebOptions &o) {
 void add_web(CLI::App &app, int &exit_code) {
     auto o = std::make_shared<WebOptions>();
     CLI::App *w = app.add_subcommand("web", "Serve the commissioning page to a browser");
-    w->add_option("--bus", o->bus, "Bus address (docs/bus.md)")->capture_default_str();
+    add_bus_option(*w, o->bus);
     w->add_option("--listen", o->listen, "ADDR:PORT to listen on; port 0 picks a free one")
         ->capture_default_str();
     w->add_option("--token", o->token,

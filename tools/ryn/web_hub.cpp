@@ -11,6 +11,7 @@
 #include "common.hpp"
 #include "dictionary.hpp"
 #include "explain.hpp"
+#include "online.hpp"
 #include "ryn/oxbsim.h"
 #include "wire/wire.hpp"
 
@@ -88,14 +89,6 @@ int line_axis(const std::string &line) {
          ++i, ++digits)
         axis = axis * 10 + (line[i] - '0');
     return digits > 0 && digits <= 2 && axis < 64 ? axis : -1;
-}
-
-Json problems_json(const std::vector<params::LineProblem> &problems) {
-    Json list = Json::array();
-    for (const auto &p : problems)
-        list.push_back(
-            {{"line", p.line}, {"code", p.code}, {"message", p.message}, {"text", p.text}});
-    return list;
 }
 
 } // namespace
@@ -566,26 +559,8 @@ Failure Hub::start_restore(const std::string &text, bool dry_run, bool force,
             std::istringstream in(text);
             params::RestoreReport r;
             job.code = params::restore(bus_, in, "upload", options, &r);
-            Json mismatches = Json::array();
-            for (const auto &m : r.mismatches)
-                mismatches.push_back({{"axis", m.axis},
-                                      {"what", m.what},
-                                      {"file", m.file},
-                                      {"drive", m.drive},
-                                      {"refuses", m.refuses}});
-            job.result = {{"code", job.code},
-                          {"message", job.code == 0 ? "" : tra_translate_error(job.code)},
-                          {"dry_run", dry_run},
-                          {"stopped", r.stopped},
-                          {"lines", r.lines},
-                          {"applied", r.applied},
-                          {"skipped", r.skipped},
-                          {"refused", r.refused},
-                          {"first_refused_line", r.first_refused_line},
-                          {"first_refused_text", r.first_refused_text},
-                          {"mismatches", mismatches},
-                          {"problems", problems_json(r.problems)},
-                          {"seconds", r.seconds}};
+            job.result = restore_report_json("upload", r, job.code, dry_run);
+            job.result["message"] = job.code == 0 ? "" : tra_translate_error(job.code);
         },
         job);
 }
@@ -622,9 +597,10 @@ Failure Hub::diff(const std::string &text, Json *out) {
                                 {"file", *d.a},
                                 {"drive", d.b ? Json(*d.b) : Json(nullptr)}});
     }
-    *out = {{"elements", file.elements.size()},
-            {"differences", list},
-            {"problems", problems_json(file.problems)}};
+    Json problems = Json::array();
+    for (const params::LineProblem &p : file.problems)
+        problems.push_back(problem_json(p));
+    *out = {{"elements", file.elements.size()}, {"differences", list}, {"problems", problems}};
     return {};
 }
 

@@ -367,7 +367,7 @@ $('restore-apply').onclick = async () => {
     const j = await follow(await api('/api/restore', { text: restoreText }), $('restore-progress'));
     const r = j.result;
     let text = `applied ${r.applied}, skipped ${r.skipped}, refused ${r.refused}`;
-    if (r.first_refused_line) text += ` (first refused: line ${r.first_refused_line}, ${r.first_refused_text})`;
+    if (r.first_refused) text += ` (first refused: line ${r.first_refused.line}, ${r.first_refused.text})`;
     for (const m of r.mismatches) text += `; axis ${m.axis}: ${m.what} ${m.file} in the file, ${m.drive} on the bus`;
     if (r.code !== 0) text += `; ended with: ${r.message}` + (r.problems.length ? ` (line ${r.problems[0].line}: ${r.problems[0].message})` : '');
     $('restore-summary').textContent = text;
