@@ -3,6 +3,7 @@ and 50 clients polling while one restores. Run: python3 api_test.py PATH/TO/ryn"
 import http.client
 import json
 import os
+import socket
 import subprocess
 import sys
 import tempfile
@@ -94,6 +95,18 @@ class Api(unittest.TestCase):
         self.assertEqual((status, answer["error"]), (403, "cross-site request refused"))
         status, _, _ = self.call("GET", "/api/drives", headers={"Host": "evil.example:80"})
         self.assertEqual(status, 403)
+        # Stalled clients (half a request; a scope stream never read) hold up no one else.
+        host, port = self.server.url[7:-1].split(":")
+        stalled = [socket.create_connection((host, int(port))) for _ in range(6)]
+        for n, s in enumerate(stalled):
+            s.sendall(b"GET /api/drives HTTP/1.1\r\nHost: 127.0.0.1\r\n" if n % 2 else
+                      b"GET /api/scope?channels=M7.0&period_ms=1 HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n")
+        try:
+            for _ in range(20):
+                self.assertEqual(self.call("GET", "/api/drives", timeout=5)[0], 200)
+        finally:
+            for s in stalled:
+                s.close()
 
     def test_drives_join_and_leave(self):
         axes = lambda: [d["axis"] for d in self.call("GET", "/api/drives")[1]["drives"]]
