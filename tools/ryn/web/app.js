@@ -28,7 +28,7 @@ for (const b of document.querySelectorAll('#tabs button')) {
     b.classList.add('active');
     $(b.dataset.tab).classList.add('active');
     if (b.dataset.tab === 'registers') loadRegisters();
-    if (b.dataset.tab === 'scope') plot.resize($('scope').clientWidth, 420); // drawn while hidden
+    if (b.dataset.tab === 'scope') plot.resize($('scope').clientWidth - 24, 400); // drawn while hidden
   };
 }
 
@@ -221,15 +221,20 @@ for (let c = 0; c < CHANNELS; c++) {
     el('td', {}, 'axis ', axis)));
 }
 
+// The live view follows the newest samples until the user zooms; a double-click zooms out and
+// follows again.
+let userZoomed = false;
 const plot = new Dygraph($('scope-plot'), [[0, null]], {
   labels: ['time (s)', '-'], xlabel: 'time (s)', legend: 'always', animatedZooms: false,
   drawPoints: false, connectSeparatedPoints: false,
+  zoomCallback: () => { userZoomed = true; },
 });
+$('scope-plot').addEventListener('dblclick', () => setTimeout(() => { userZoomed = false; redraw(); }));
 
 function redraw() {
   if (paused || !scopeData.length) return;
   const last = scopeData[scopeData.length - 1][0];
-  const zoomed = plot.isZoomed('x');
+  const zoomed = userZoomed;
   plot.updateOptions({
     file: scopeData, labels: scopeLabels,
     ...(zoomed ? {} : { dateWindow: [Math.max(0, last - WINDOW_MS / 1000), last] }),
