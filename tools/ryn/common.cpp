@@ -7,6 +7,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 
 #include "ryn/sup.h"
 #include "ryn/tra.h"
@@ -327,6 +328,25 @@ std::string trace_text() {
         p = *end == '\n' ? end + 1 : end;
     }
     return text;
+}
+
+bool read_token(const std::string &option, std::string *token, std::string *why) {
+    if (option.empty() || option[0] != '@') {
+        *token = option;
+        return true;
+    }
+    std::ifstream file(option.substr(1), std::ios::binary);
+    if (!file) {
+        *why = "cannot read the token file '" + option.substr(1) + "'";
+        return false;
+    }
+    std::getline(file, *token);
+    if (!token->empty() && token->back() == '\r') token->pop_back();
+    if (token->empty()) {
+        *why = "the token file '" + option.substr(1) + "' holds no token on its first line";
+        return false;
+    }
+    return true;
 }
 
 } // namespace ryn::cli

@@ -92,4 +92,7 @@ std::string trace_text();
 // printf into a std::string.
 std::string format(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
 
+// A secret given as TEXT, or as @FILE: the first line of that file. False with `why`.
+bool read_token(const std::string &option, std::string *token, std::string *why);
+
 } // namespace ryn::cli

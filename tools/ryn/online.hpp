@@ -93,4 +93,8 @@ void write_json(const nlohmann::ordered_json &j);
 std::string problem_text(const params::LineProblem &p);
 nlohmann::ordered_json problem_json(const params::LineProblem &p);
 
+// The report of a restore as JSON (`ryn restore --json`, the page of `ryn web`).
+nlohmann::ordered_json restore_report_json(const std::string &file, const params::RestoreReport &r,
+                                           int rc, bool dry_run);
+
 } // namespace ryn::cli

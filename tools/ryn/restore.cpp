@@ -11,27 +11,8 @@
 
 namespace ryn::cli {
 
-namespace {
-
-struct RestoreOptions {
-    std::string file;
-    std::string axes;
-    std::string types;
-    std::string bus = "sim:";
-    bool dry_run = false, force = false, progress = false, json = false;
-};
-
-std::string mismatch_text(const params::Mismatch &m) {
-    if (m.what == "drive")
-        return format("axis %d: the file holds a drive (%s) but the bus has none there; its lines "
-                      "are skipped",
-                      m.axis, m.file.c_str());
-    return format("axis %d: the file's %s is %s, the drive's is %s", m.axis, m.what.c_str(),
-                  m.file.c_str(), m.drive.c_str());
-}
-
-nlohmann::ordered_json report_json(const std::string &file, const params::RestoreReport &r, int rc,
-                                   bool dry_run) {
+nlohmann::ordered_json restore_report_json(const std::string &file, const params::RestoreReport &r,
+                                           int rc, bool dry_run) {
     nlohmann::ordered_json mismatches = nlohmann::ordered_json::array();
     for (const params::Mismatch &m : r.mismatches)
         mismatches.push_back({{"axis", m.axis},
@@ -57,6 +38,25 @@ nlohmann::ordered_json report_json(const std::string &file, const params::Restor
                                   : nlohmann::ordered_json{{"line", r.first_refused_line},
                                                            {"text", r.first_refused_text}}},
             {"problems", problems}};
+}
+
+namespace {
+
+struct RestoreOptions {
+    std::string file;
+    std::string axes;
+    std::string types;
+    std::string bus = "sim:";
+    bool dry_run = false, force = false, progress = false, json = false;
+};
+
+std::string mismatch_text(const params::Mismatch &m) {
+    if (m.what == "drive")
+        return format("axis %d: the file holds a drive (%s) but the bus has none there; its lines "
+                      "are skipped",
+                      m.axis, m.file.c_str());
+    return format("axis %d: the file's %s is %s, the drive's is %s", m.axis, m.what.c_str(),
+                  m.file.c_str(), m.drive.c_str());
 }
 
 int restore(const RestoreOptions &o) {
@@ -85,7 +85,7 @@ int restore(const RestoreOptions &o) {
         return exit_usage;
     }
     if (o.json) {
-        write_json(report_json(o.file, r, rc, o.dry_run));
+        write_json(restore_report_json(o.file, r, rc, o.dry_run));
         return rc == 0 ? exit_ok : exit_line_failed;
     }
     for (const params::Mismatch &m : r.mismatches)

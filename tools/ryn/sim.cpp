@@ -1,7 +1,6 @@
 // The sim subcommands: `ryn sim serve` serves a simulated bus to clients over TCP (tcp:// addresses
 // of the bus library) until SIGINT or SIGTERM.
 #include <CLI/CLI.hpp>
-#include <fstream>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -21,26 +20,6 @@ struct ServeOptions {
     std::string token; // TEXT, or @FILE
     int max_clients = 16;
 };
-
-// The token itself, or the first line of the file that @FILE names.
-bool read_token(const std::string &option, std::string *token, std::string *why) {
-    if (option.empty() || option[0] != '@') {
-        *token = option;
-        return true;
-    }
-    std::ifstream file(option.substr(1), std::ios::binary);
-    if (!file) {
-        *why = "cannot read the token file '" + option.substr(1) + "'";
-        return false;
-    }
-    std::getline(file, *token);
-    if (!token->empty() && token->back() == '\r') token->pop_back();
-    if (token->empty()) {
-        *why = "the token file '" + option.substr(1) + "' holds no token on its first line";
-        return false;
-    }
-    return true;
-}
 
 int serve(const ServeOptions &o) {
     serve::Options options;

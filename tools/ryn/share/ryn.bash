@@ -9,7 +9,7 @@ _ryn_products() {
 _ryn() {
     local cur prev words cword
     _init_completion || return
-    local commands="translate dict sim version info send backup restore check diff watch shell"
+    local commands="translate dict sim version info send backup restore check diff watch shell web"
     local bus="--bus --help"
     local layout="--aliases --descriptions --groups --skip-defaults --vector --verbose --no-comments"
     local dict_commands="products versions types registers register commands command search"
@@ -80,6 +80,7 @@ _ryn() {
         fi ;;
     watch) COMPREPLY=($(compgen -W "$bus --axes --interval --count --csv" -- "$cur")) ;;
     shell) COMPREPLY=($(compgen -W "$bus --timeout" -- "$cur")) ;;
+    web) COMPREPLY=($(compgen -W "$bus --listen --token --open" -- "$cur")) ;;
     esac
 }
 complete -F _ryn ryn
