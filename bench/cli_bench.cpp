@@ -14,7 +14,7 @@
 
 #include <benchmark/benchmark.h>
 
-#include "line_source.hpp"
+#include "bench_session.hpp"
 
 #include "ryn/oxb.h"
 #include "ryn/tra.h"
@@ -113,9 +113,9 @@ void BM_ApiDownload(benchmark::State &state) {
             writable.push_back(l);
     }
     for (auto _ : state) {
-        LineSource source{writable};
+        MemoryLines source{writable};
         if (tra_oxcom_download_register_stream_e(s.tra, ~uint64_t(0), TYPE_COUNT, USER_TYPES,
-                                                 LineSource::read, &source) != 0)
+                                                 MemoryLines::read, &source) != 0)
             state.SkipWithError("download failed");
     }
     state.counters["lines"] = static_cast<double>(writable.size());

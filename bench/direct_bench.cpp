@@ -9,7 +9,7 @@
 
 #include <benchmark/benchmark.h>
 
-#include "line_source.hpp"
+#include "bench_session.hpp"
 
 #include "ryn/oxb.h"
 #include "ryn/tra.h"
@@ -145,8 +145,8 @@ BENCHMARK(BM_DirectRoundTrip);
 // A stream of 10,000 command lines: assignments over four drives, a comment now and then.
 // The 10,000 lines of the benchmark's stream: a version line, X assignments, a comment now and
 // then.
-LineSource stream_lines() {
-    LineSource source;
+MemoryLines stream_lines() {
+    MemoryLines source;
     source.lines.push_back("# User X,XL,XF,XD register version: 1.00A");
     char line[64];
     for (int n = 1; source.lines.size() < 10000; ++n) {
@@ -165,10 +165,10 @@ void BM_DirectStream(benchmark::State &state) {
         state.SkipWithError("session");
         return;
     }
-    LineSource stream = stream_lines();
+    MemoryLines stream = stream_lines();
     for (auto _ : state) {
         stream.next = 0;
-        if (tra_oxcom_send_direct_stream_e(s.tra, 0xF, LineSource::read, &stream) != 0) {
+        if (tra_oxcom_send_direct_stream_e(s.tra, 0xF, MemoryLines::read, &stream) != 0) {
             state.SkipWithError("stream");
             break;
         }

@@ -9,7 +9,7 @@
 
 #include <benchmark/benchmark.h>
 
-#include "line_source.hpp"
+#include "bench_session.hpp"
 
 #include "ryn/oxb.h"
 #include "ryn/tra.h"
@@ -102,7 +102,7 @@ void BM_DownloadUserRegisters(benchmark::State &state) {
         return;
     }
     // The backup as a restore reads it: read-only elements left out.
-    LineSource file;
+    MemoryLines file;
     for (const std::string &l : sink.lines) {
         Record r;
         uint32_t count = 0;
@@ -115,7 +115,7 @@ void BM_DownloadUserRegisters(benchmark::State &state) {
     for (auto _ : state) {
         file.next = 0;
         if (tra_oxcom_download_register_stream_e(s.tra, AXES, TYPE_COUNT, USER_TYPES,
-                                                 LineSource::read, &file) != 0) {
+                                                 MemoryLines::read, &file) != 0) {
             state.SkipWithError("download");
             break;
         }

@@ -222,6 +222,7 @@ class Worker {
     void op_restore(Rng &r);
     void op_lock(Rng &r);
     void op_presence();
+    void await_translators();
     void op_ports(Rng &r);
     void close_handed(OXB_PORT *p);
     int upload(const std::vector<uint8_t> &types, int first, int count, uint32_t flags,
@@ -319,6 +320,8 @@ class Run {
     std::string address_;
     std::unique_ptr<std::barrier<std::function<void()>>> barrier_;
     long base_threads_ = -1;
+    // The workers, for the counts at a barrier: all of them wait there meanwhile.
+    const std::vector<std::unique_ptr<Worker>> *workers_ = nullptr;
     std::atomic<int> left_{0}; // workers done: the barrier's counts no longer hold
 };
 
@@ -768,27 +771,39 @@ void Worker::op_lock(Rng &r) {
 
 // Detaches the worker's drive, or attaches it again with its memory at the defaults.
 void Worker::op_presence() {
+    drain(); // before a detach: answers of the drive; before an attach: the bus's own
     if (attached_) {
-        drain();
         if (oxbsim_detach(run_.sim_bus(), axis_) != 0) fail("detach failed");
         attached_ = false;
+        await_translators();
         return;
     }
-    drain(); // answers of the detached drive's time: the bus's own
     if (oxbsim_attach(run_.sim_bus(), axis_, &run_.identities[static_cast<std::size_t>(axis_)]) !=
         0)
         fail("attach failed");
     attached_ = true;
+    await_translators();
     for (std::size_t i = 0; i < regs_.size(); ++i) {
         model_[i].value = run_.defaults[static_cast<std::size_t>(axis_)][i];
         check(static_cast<int>(i));
     }
-    // A tcp client learns of the drive from the server's event, a moment later: until then its
-    // lines for the drive are dropped as lines for an absent axis.
+}
+
+// On sim: the translators know of a drive attached or detached when the call returns. A tcp
+// client learns of it from the server's event, a moment later: until then its lines for the drive
+// are dropped as lines for an absent axis, or sent to a drive that has left.
+void Worker::await_translators() {
+    const auto known = [&](TRA *tra) {
+        return (tra_get_drv_product(tra, axis_) != 0) == attached_;
+    };
+    if (!run_.config.tcp) {
+        if (!(known(dtra_) && known(rtra_)))
+            fail("the translators did not know that the drive came or went when the call returned");
+        return;
+    }
     const auto end = Clock::now() + std::chrono::seconds(3);
-    while (run_.config.tcp && !lost() &&
-           (tra_get_drv_product(dtra_, axis_) == 0 || tra_get_drv_product(rtra_, axis_) == 0)) {
-        if (Clock::now() > end) fail("the attached drive never reached the translators");
+    while (!lost() && !(known(dtra_) && known(rtra_))) {
+        if (Clock::now() > end) fail("the translators never learnt that the drive came or went");
         std::this_thread::sleep_for(std::chrono::microseconds(200));
     }
 }
@@ -914,7 +929,10 @@ void Run::check_counts() noexcept {
     const int64_t ports = open_ports.load() + 1; // the control port or the server's
     const int64_t buses = config.tcp ? 1 + open_ports.load() : 1;
     const long threads = status_value("Threads:");
-    const int64_t envelopes = ryn::tra::_tra_live_envelopes();
+    int64_t envelopes = 0;
+    for (const auto &w : *workers_)
+        envelopes +=
+            ryn::tra::_tra_live_envelopes(w->dtra_) + ryn::tra::_tra_live_envelopes(w->rtra_);
     if (base_threads_ < 0) base_threads_ = threads;
     std::ostringstream o;
     if (counts.ports != ports) o << "live ports " << counts.ports << ", open " << ports << "; ";
@@ -975,6 +993,7 @@ std::optional<std::string> Run::execute() {
     std::vector<std::unique_ptr<Worker>> workers;
     for (int a = 0; a < config.threads; ++a)
         workers.push_back(std::make_unique<Worker>(*this, a, plan_[static_cast<std::size_t>(a)]));
+    workers_ = &workers;
     std::vector<std::thread> threads;
     for (auto &w : workers)
         threads.emplace_back([&w] { w->main(); });

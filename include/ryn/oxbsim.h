@@ -39,9 +39,9 @@ typedef struct OXBSIM_COUNTS {
     int64_t buses;
 } OXBSIM_COUNTS;
 
-/* Attaches a drive at axis (0..63) of a simulated bus; raises one event for the axis. */
+/* Attaches a drive at axis (0..63) of a simulated bus; returns once its event was handled. */
 RYN_EXPORT int oxbsim_attach(OXB_BUS *bus, int axis, const OXBSIM_DRIVE *drive);
-/* Detaches the drive at axis; raises one event for the axis. */
+/* Detaches the drive at axis; returns once its event was handled. */
 RYN_EXPORT int oxbsim_detach(OXB_BUS *bus, int axis);
 /* Reads the faults and timing of a simulated bus. */
 RYN_EXPORT int oxbsim_get_faults(OXB_BUS *bus, OXBSIM_FAULTS *faults);

@@ -185,6 +185,17 @@ void Events::wait_delivered(uint64_t job) {
     done_cv_.wait(lk, [&] { return delivered_ >= job || stop_; });
 }
 
+void Events::wait_idle() {
+    std::unique_lock lk(mu_);
+    if (on_own_thread()) return;
+    const uint64_t last = next_job_ - 1;
+    // A job delivered ahead of its turn (by a handler that registered another) does not move
+    // delivered_: an empty queue with no handler running counts as delivered too.
+    done_cv_.wait_for(lk, std::chrono::seconds(10), [&] {
+        return delivered_ >= last || stop_ || (jobs_.empty() && calling_.empty());
+    });
+}
+
 int Events::remove(void *owner) {
     std::unique_lock lk(mu_);
     auto it = std::find_if(handlers_.begin(), handlers_.end(),

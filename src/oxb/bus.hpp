@@ -104,6 +104,9 @@ class Events {
     // Waits until a job has been delivered (at once when called on the bus's own thread, which
     // then delivers it itself).
     void wait_delivered(uint64_t job);
+    // Waits until the events queued before the call have been delivered, 10 s at most (at once
+    // when called on the bus's own thread, which cannot wait for itself).
+    void wait_idle();
     int remove(void *owner);
     // Queues one event for every handler registered before it.
     void raise(int axis, int event);
@@ -177,6 +180,8 @@ class Bus final : public TransportHost {
     }
 
     void raise_event(int axis, int event) override;
+    // Waits until the handlers have been told of the events raised so far (see Events::wait_idle).
+    void wait_events() { events_->wait_idle(); }
     uint64_t now_us() const override;
 
     // Name and options of a named bus (empty without a name); written once, before it is shared.

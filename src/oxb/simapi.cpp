@@ -12,15 +12,20 @@ namespace ryn::oxb {
 namespace {
 
 // Runs f(SimTransport&) under the bus mutex of a sim: bus; exceptions become OXB_ESYSTEM.
+// With `told`, a call that succeeded returns once the bus's handlers have been told of the events
+// it raised: a drive attached or detached is known to every listener (translators among them) by
+// the time the caller sends its next line.
 template <typename F>
-int with_sim(OXB_BUS *handle, F &&f) noexcept {
+int with_sim(OXB_BUS *handle, F &&f, bool told = false) noexcept {
     try {
         const auto bus = Registry::get().bus(handle);
         if (!bus) return OXB_EBADBUS;
-        return bus->with_transport([&](Transport &t) {
+        const int rc = bus->with_transport([&](Transport &t) {
             SimTransport *sim = t.sim();
             return sim != nullptr ? f(*sim) : OXB_ENOTSIM;
         });
+        if (rc == 0 && told) bus->wait_events();
+        return rc;
     } catch (...) {
         return OXB_ESYSTEM;
     }
@@ -65,7 +70,8 @@ int oxbsim_attach(OXB_BUS *bus, int axis, const OXBSIM_DRIVE *drive) {
             set_error_detail(rc, "oxbsim_attach: axis " + std::to_string(axis) + ": " + why);
             return rc;
         }
-        return with_sim(bus, [&](SimTransport &sim) { return sim.attach(axis, std::move(made)); });
+        return with_sim(
+            bus, [&](SimTransport &sim) { return sim.attach(axis, std::move(made)); }, true);
     } catch (...) {
         return OXB_ESYSTEM;
     }
@@ -73,7 +79,8 @@ int oxbsim_attach(OXB_BUS *bus, int axis, const OXBSIM_DRIVE *drive) {
 
 int oxbsim_detach(OXB_BUS *bus, int axis) {
     if (!valid_axis(axis)) return OXB_EBADPARAM;
-    return with_sim(bus, [&](SimTransport &sim) { return sim.detach(axis); });
+    return with_sim(
+        bus, [&](SimTransport &sim) { return sim.detach(axis); }, true);
 }
 
 int oxbsim_get_faults(OXB_BUS *bus, OXBSIM_FAULTS *faults) {

@@ -151,45 +151,18 @@ uint64_t present_axes(const TRA &tra) {
     return present;
 }
 
-std::atomic<int64_t> live_envelopes{0};
-
-// Gives the translator the dictionary sets of the drives that its bus reports present but whose
-// events have not reached it yet (a drive attached a moment ago, its event still queued on the
-// bus's thread), so that a line for such a drive is not refused as unknown nor dropped as absent;
-// and marks the tables stale when the drives they count as present are not those of the bus.
-// Whether the line is worth translating again.
-bool catch_up_presence(TRA &tra) {
-    uint64_t present = 0;
-    if (tra.bus == nullptr || oxb_get_present_axes(tra.bus, &present) != 0) return false;
-    bool again = false;
-    uint64_t with_sets = 0;
-    for (uint64_t rest = present; rest != 0; rest &= rest - 1) {
-        const int axis = std::countr_zero(rest);
-        auto &set = tra.axis_sets[static_cast<std::size_t>(axis)];
-        if (set.load() == nullptr) {
-            _tra_bus_event(tra.bus, axis, OXB_EVENT_DRIVE_PRESENT, &tra);
-            again = again || set.load() != nullptr;
-        }
-        if (set.load() != nullptr) with_sets |= uint64_t{1} << axis;
-    }
-    if (with_sets != tra.present_axes.load()) {
-        mark_stale(tra);
-        again = true;
-    }
-    return again;
-}
-
 } // namespace
 
 void _tra_free_cmd(Envelope *envelope) {
     if (envelope == nullptr) return;
     envelope->magic = 0;
+    envelope->live->fetch_sub(1, std::memory_order_relaxed);
     delete envelope;
-    live_envelopes.fetch_sub(1, std::memory_order_relaxed);
 }
 
-int64_t _tra_live_envelopes() {
-    return live_envelopes.load(std::memory_order_relaxed);
+int64_t _tra_live_envelopes(TRA *tra) {
+    return exported_value(tra, Accept::any, int64_t{0},
+                          [](TRA &x) { return x.live_envelopes.load(std::memory_order_relaxed); });
 }
 
 int _tra_create_cmd(TRA *tra, Envelope **out, const char *text, int32_t type_count,
@@ -200,22 +173,14 @@ int _tra_create_cmd(TRA *tra, Envelope **out, const char *text, int32_t type_cou
     // answer's header says how much of it an answer wrote.
     HeldEnvelope e(new (std::nothrow) Envelope);
     if (!e) return t.fail(__LINE__, TRA_ESYSTEM);
-    live_envelopes.fetch_add(1, std::memory_order_relaxed);
+    e->live = &tra->live_envelopes;
+    e->live->fetch_add(1, std::memory_order_relaxed);
     std::memset(e.get(), 0, offsetof(Envelope, command));
     std::memset(e->answer, 0, RECORD_HEADER_SIZE);
     int32_t count = -1;
     uint64_t axes = 0;
-    const uint64_t generation = tra->generation.load();
-    auto translate = [&] {
-        return _tra_asc2rec_ex(tra, text, reinterpret_cast<TRA_RECORD *>(e->command),
-                               RECORD_MAX_SLOTS, type_count, types, &count, &axes);
-    };
-    int rc = translate();
-    // A line refused or dropped while the bus's drives changed under the translation is
-    // translated once more, with the drives the bus reports now.
-    if ((rc != 0 || count == -1) && tra->bus != nullptr &&
-        (catch_up_presence(*tra) || tra->generation.load() != generation))
-        rc = translate();
+    const int rc = _tra_asc2rec_ex(tra, text, reinterpret_cast<TRA_RECORD *>(e->command),
+                                   RECORD_MAX_SLOTS, type_count, types, &count, &axes);
     if (rc != 0) return t.pass(__LINE__, rc);
     if (count == -1) return 0; // nothing to send
     e->magic = ENVELOPE_MAGIC;

@@ -33,8 +33,9 @@ struct Envelope {
     uint64_t axes;                          // target axes (bit 63: the device at axis 63)
     uint8_t command[wire::RECORD_MAX_SIZE]; // the command record, RECORD_MAX_SLOTS slots
     uint8_t answer[wire::RECORD_MAX_SIZE];  // the merged answer, same layout
+    std::atomic<int64_t> *live;             // its translator's count of live envelopes
 };
-static_assert(sizeof(Envelope) == 2136 && std::is_standard_layout_v<Envelope>);
+static_assert(sizeof(Envelope) == 2144 && std::is_standard_layout_v<Envelope>);
 static_assert(offsetof(Envelope, magic) == 0 && offsetof(Envelope, tag) == 8 &&
               offsetof(Envelope, sent) == 16 && offsetof(Envelope, answers) == 20 &&
               offsetof(Envelope, dropped) == 24 && offsetof(Envelope, done) == 25 &&
@@ -84,8 +85,8 @@ int _tra_extract_cmd(TRA *tra, const Envelope *envelope, char *text, int size, u
                      uint8_t *status_out, uint8_t *request_out, uint64_t *tag_out);
 // Frees an envelope that the caller holds.
 void _tra_free_cmd(Envelope *envelope);
-// Envelopes made and not yet freed, in the whole process (leak checks).
-int64_t _tra_live_envelopes();
+// Envelopes of a translator made and not yet freed (leak checks); 0 for a bad handle.
+int64_t _tra_live_envelopes(TRA *tra);
 // Merges an answer into the envelope it belongs to and completes the envelope when its sender
 // is done and every answer is in; with the inbox's lock held.
 void _tra_envelope_answered(Inbox &inbox, Envelope *envelope, const uint8_t *record);

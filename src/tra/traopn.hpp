@@ -120,6 +120,9 @@ struct TRA {
     std::atomic<uint32_t> download_filter_mode;
     std::atomic<uint8_t> downloaded;
     char line_buffer[ryn::tra::LINE_BUFFER_SIZE];
+    // Envelopes made and not yet freed: the soak's leak check. Declared before the inbox, whose
+    // end frees the envelopes it still holds.
+    std::atomic<int64_t> live_envelopes;
     // Every answer of the port passes through here to the envelope or exchange waiting for it.
     ryn::tra::Inbox inbox;
     // One stream at a time, and what the last one did.

@@ -117,15 +117,21 @@ inline std::vector<uint8_t> send_body(uint64_t ticket, uint64_t axes, const Reco
     return b;
 }
 
+// The loopback address at a port (0: any free one, for a listener).
+inline sockaddr_in loopback(uint16_t port) {
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_port = htons(port);
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return a;
+}
+
 // A plain socket on 127.0.0.1 that writes and reads what a test says.
 class Raw {
   public:
     explicit Raw(uint16_t port) {
         fd_ = ::socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in a{};
-        a.sin_family = AF_INET;
-        a.sin_port = htons(port);
-        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        sockaddr_in a = loopback(port);
         connected = ::connect(fd_, reinterpret_cast<sockaddr *>(&a), sizeof a) == 0;
         const int one = 1;
         ::setsockopt(fd_, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);

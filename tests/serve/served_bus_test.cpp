@@ -311,9 +311,7 @@ class SilentServer {
   public:
     explicit SilentServer(bool welcome) {
         listen_fd_ = ::socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in a{};
-        a.sin_family = AF_INET;
-        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        sockaddr_in a = loopback(0);
         ::bind(listen_fd_, reinterpret_cast<sockaddr *>(&a), sizeof a);
         ::listen(listen_fd_, 4);
         socklen_t len = sizeof a;

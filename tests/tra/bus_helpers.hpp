@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "bus_records.hpp"
+#include "memory_lines.hpp"
 #include "ryn/oxbsim.h"
 #include "ryn/sup.h"
 #include "ryn/tra.h"
@@ -95,15 +96,14 @@ inline Answer roundtrip(TRA *tra, const char *line, uint64_t user = 77) {
     return a;
 }
 
-// A stream fed from a list of lines; notes the progress each time a line is asked for.
-struct LineSource {
+// A stream fed from a list of lines; notes the progress each time a line is asked for, and may
+// run a step before a read or fail one.
+struct LineSource : MemoryLines {
     explicit LineSource(std::vector<std::string> l = {}, int fail = -1)
-        : lines(std::move(l)), fail_at(fail) {}
+        : MemoryLines{std::move(l)}, fail_at(fail) {}
 
-    std::vector<std::string> lines;
     int fail_at = -1;   // index of the read that fails instead
     int fail_code = -7; // with this code
-    std::size_t next = 0;
     std::vector<double> progress;
     std::function<void(std::size_t)> before_read; // runs before each read, given `next`
 
@@ -114,12 +114,7 @@ struct LineSource {
         s.progress.push_back(p);
         if (s.before_read) s.before_read(s.next);
         if (static_cast<int>(s.next) == s.fail_at) return s.fail_code;
-        if (s.next >= s.lines.size()) return -1;
-        const std::string &l = s.lines[s.next++];
-        if (static_cast<int32_t>(l.size()) >= size) return -2;
-        l.copy(buffer, l.size());
-        buffer[l.size()] = '\0';
-        return 0;
+        return s.hand(buffer, size);
     }
 };
 

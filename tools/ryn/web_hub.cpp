@@ -499,7 +499,9 @@ Json Scope::take(int wait_ms) {
 Failure Hub::start_job(const std::string &kind, std::function<void(Job &)> work,
                        std::shared_ptr<Job> *out) {
     std::lock_guard lock(jobs_mutex_);
-    if (job_running_) return {409, "a backup or restore is running; wait for it to end"};
+    // Jobs run one at a time: the newest one, when it has not ended, is the one running.
+    if (!jobs_.empty() && !jobs_.rbegin()->second->done)
+        return {409, "a backup or restore is running; wait for it to end"};
     if (worker_.joinable()) worker_.join(); // the last job's thread, already at its end
     auto job = std::make_shared<Job>();
     job->id = next_job_++;
@@ -507,7 +509,6 @@ Failure Hub::start_job(const std::string &kind, std::function<void(Job &)> work,
     jobs_[job->id] = job;
     while (jobs_.size() > 8)
         jobs_.erase(jobs_.begin());
-    job_running_ = true;
     worker_ = std::thread([this, job, work = std::move(work)] {
         {
             std::lock_guard params(params_mutex_);
@@ -515,8 +516,6 @@ Failure Hub::start_job(const std::string &kind, std::function<void(Job &)> work,
         }
         job->progress = 1.0;
         job->done = true;
-        std::lock_guard done(jobs_mutex_);
-        job_running_ = false;
     });
     *out = job;
     return {};

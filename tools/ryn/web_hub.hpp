@@ -159,7 +159,6 @@ class Hub {
     std::mutex jobs_mutex_;
     std::map<int, std::shared_ptr<Job>> jobs_;
     int next_job_ = 1;
-    bool job_running_ = false;
     std::thread worker_;
 
     std::atomic<int> scopes_{0};

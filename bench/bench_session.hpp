@@ -2,29 +2,9 @@
 // register translator on a fresh default sim: bus.
 #pragma once
 
-#include <cstddef>
-#include <cstdint>
-#include <string>
-#include <vector>
-
+#include "memory_lines.hpp"
 #include "ryn/oxb.h"
 #include "ryn/tra.h"
-
-struct LineSource {
-    std::vector<std::string> lines;
-    std::size_t next = 0;
-
-    // A TRA_READ_LINE: the next line, -1 at the end, -2 for a line longer than the buffer.
-    static int read(TRA *, char *buffer, int32_t size, void *user) {
-        auto &s = *static_cast<LineSource *>(user);
-        if (s.next >= s.lines.size()) return -1;
-        const std::string &l = s.lines[s.next++];
-        if (static_cast<int32_t>(l.size()) >= size) return -2;
-        l.copy(buffer, l.size());
-        buffer[l.size()] = '\0';
-        return 0;
-    }
-};
 
 // A port on a fresh default sim: bus and a register translator on it; ok tells whether both opened.
 struct RegisterSession {
