@@ -306,10 +306,11 @@ INSTANTIATE_TEST_SUITE_P(Ways, ServerGone, ::testing::Values(0, SIGTERM, SIGINT,
                                                                 : strsignal(info.param));
                          });
 
-// A server that accepts and then says nothing, or only the hello's answers.
+// A server that accepts and then says nothing, or only the hello's answers; with `came` >= 0, a
+// drive at that axis comes right behind the presence reply, in the same packet.
 class SilentServer {
   public:
-    explicit SilentServer(bool welcome) {
+    explicit SilentServer(bool welcome, int came = -1) {
         listen_fd_ = ::socket(AF_INET, SOCK_STREAM, 0);
         sockaddr_in a = loopback(0);
         ::bind(listen_fd_, reinterpret_cast<sockaddr *>(&a), sizeof a);
@@ -317,7 +318,7 @@ class SilentServer {
         socklen_t len = sizeof a;
         ::getsockname(listen_fd_, reinterpret_cast<sockaddr *>(&a), &len);
         port = ntohs(a.sin_port);
-        thread_ = std::thread([this, welcome] { serve(welcome); });
+        thread_ = std::thread([this, welcome, came] { serve(welcome, came); });
     }
     ~SilentServer() {
         ::shutdown(listen_fd_, SHUT_RDWR);
@@ -338,7 +339,7 @@ class SilentServer {
         }
         return true;
     }
-    void serve(bool welcome) {
+    void serve(bool welcome, int came) {
         conn_ = ::accept(listen_fd_, nullptr, nullptr);
         if (conn_ < 0) return;
         uint8_t buf[4096];
@@ -355,6 +356,13 @@ class SilentServer {
             std::vector<uint8_t> reply;
             const uint8_t mask[8] = {1};
             serve::append_reply(reply, wire::FRAME_PRESENT, wire::load_u64(buf), 0, mask, 8);
+            if (came >= 0) {
+                uint8_t e[8];
+                wire::store_u32(e, static_cast<uint32_t>(came));
+                wire::store_u32(e + 4, OXB_EVENT_DRIVE_PRESENT);
+                const auto event = frame(wire::FRAME_EVENT, std::vector<uint8_t>(e, e + 8));
+                reply.insert(reply.end(), event.begin(), event.end());
+            }
             ::send(conn_, reply.data(), reply.size(), MSG_NOSIGNAL);
         }
         while (::recv(conn_, buf, sizeof buf, 0) > 0) {
@@ -376,6 +384,21 @@ TEST(SilentServer, AHelloNeverAnsweredIsATimeout) {
     EXPECT_NE(std::string(oxb_translate_error(OXB_ENOTHING)).find("within 200 ms"),
               std::string::npos);
     EXPECT_LT(ms_since(start), 1500);
+}
+
+TEST(SilentServer, ADriveThatComesRightBehindThePresenceReplyStaysPresent) {
+    // The reply's mask is taken where the reply stands in the stream: the event read after it
+    // adds its drive, and the connection's older mask must not take it away again.
+    for (int round = 0; round < 5; ++round) {
+        SilentServer server(true, 5);
+        Client c("tcp://127.0.0.1:" + std::to_string(server.port) + "?timeout_ms=200");
+        ASSERT_EQ(c.rc, 0) << oxb_translate_error(c.rc);
+        uint64_t mask = 0;
+        EXPECT_TRUE(eventually([&] {
+            return oxb_get_present_axes(c.bus, &mask) == 0 && mask == (uint64_t{1} | 1u << 5);
+        })) << "round "
+            << round << ": mask 0x" << std::hex << mask;
+    }
 }
 
 TEST(SilentServer, RecordsAndRequestsNeverAnsweredTimeOut) {
