@@ -18,6 +18,8 @@ struct CheckOptions {
     ConfigOptions config;
     std::string bus; // empty: offline, for the configuration
     bool json = false;
+    // Offline without a configuration named: each axis block for the drive its header names.
+    bool by_blocks = false;
 };
 
 int check(const CheckOptions &o) {
@@ -35,6 +37,12 @@ int check(const CheckOptions &o) {
         if (int rc = open_bus("check", o.bus, bus); rc >= 0) return rc;
         tra = bus.checking();
         against = "bus " + o.bus;
+    } else if (o.by_blocks) {
+        if (!o.config.family.empty() && !load_family(o.config.family, why)) {
+            err() << "ryn check: " << why << '\n';
+            return exit_usage;
+        }
+        against = "the drive each axis block names";
     } else {
         Configuration c;
         if ((!o.config.family.empty() && !load_family(o.config.family, why)) ||
@@ -58,7 +66,9 @@ int check(const CheckOptions &o) {
     }
     std::vector<params::LineProblem> problems;
     uint32_t lines = 0;
-    const int bad = params::check(tra, *input.get(), o.file, &problems, &lines);
+    const int bad = tra != nullptr
+                        ? params::check(tra, *input.get(), o.file, &problems, &lines)
+                        : params::check_by_blocks({}, *input.get(), o.file, &problems, &lines);
     if (bad < 0) {
         err() << "ryn check: " << o.file << ": "
               << (bad == TRA_EGETREC ? "cannot be read" : "not a parameter file") << '\n';
@@ -91,11 +101,19 @@ void add_check(CLI::App &app, int &exit_code) {
     sub->add_option("--bus", o->bus, "Check against the drives of this bus instead");
     sub->add_flag("--json", o->json, "Write the bad lines as JSON");
     sub->footer("Every line that is not a valid register assignment is reported with its number\n"
-                "(not only the first); exit status 1 when any.\n"
-                "Examples:\n  ryn check drives.par --product ORX-D32 --version 3.12B\n"
+                "(not only the first); exit status 1 when any. Offline without --product, each\n"
+                "axis block is checked for the drive its header names (as ryn backup writes it).\n"
+                "Examples:\n  ryn check drives.par\n"
+                "  ryn check drives.par --product ORX-D32 --version 3.12B\n"
                 "  ryn check drives.par --product ORX-D32 --ext IOX-8\n"
                 "  ryn check drives.par --bus sim:");
-    sub->callback([&exit_code, o] { exit_code = check(*o); });
+    sub->callback([&exit_code, o, sub] {
+        o->by_blocks = o->bus.empty();
+        for (const char *named :
+             {"--product", "--drive-version", "--version", "--ext", "--ext-version"})
+            if (sub->get_option(named)->count() > 0) o->by_blocks = false;
+        exit_code = check(*o);
+    });
 }
 
 } // namespace ryn::cli

@@ -129,10 +129,13 @@ class HeaderReader {
     int current_ = -1;
 };
 
-// Offline register translators (dictionary checks off) for the configurations a file names.
+// Offline register translators for the configurations a file names: with the dictionary checks
+// off for reading a file, on for checking one.
 class OfflineTranslators {
   public:
-    explicit OfflineTranslators(const ReadOptions &fallback) : fallback_(fallback) {
+    explicit OfflineTranslators(const ReadOptions &fallback,
+                                uint32_t flags = TRA_FNO_CHECK | TRA_FACCEPT_UNKNOWN_VERSION)
+        : fallback_(fallback), flags_(flags) {
         if (fallback_.product == 0) {
             find_product("ORX-D32", fallback_.product, ignored_);
             fallback_.version = 0;
@@ -141,8 +144,9 @@ class OfflineTranslators {
     }
 
     // The translator for an axis block's header (null header: the fallback); null when none
-    // can be created.
-    TRA *for_header(const AxisHeader *h) {
+    // can be created. A header whose configuration the family does not have gets the fallback,
+    // and *why says so when asked.
+    TRA *for_header(const AxisHeader *h, std::string *why = nullptr) {
         Configuration c;
         c.product = fallback_.product;
         c.version = fallback_.version;
@@ -155,22 +159,26 @@ class OfflineTranslators {
             o.ext = h->ext.empty() ? "none" : h->ext;
             o.ext_version = h->ext_version;
             Configuration named;
-            if (resolve_config(o, named, ignored_, true)) c = named;
+            std::string error;
+            if (resolve_config(o, named, error, true))
+                c = named;
+            else if (why != nullptr)
+                *why = error;
         }
         const auto key = std::make_tuple(c.product, c.version, c.ext, c.ext_version);
         auto it = cache_.find(key);
         if (it != cache_.end()) return it->second.get();
         TRA *t = nullptr;
         if (tra_create_register_traductor_o(&t, c.product, c.version, c.ext, c.ext_version,
-                                            TRA_FNO_CHECK | TRA_FACCEPT_UNKNOWN_VERSION) != 0)
-            tra_create_register_traductor_o(&t, c.product, c.version, 0, 0,
-                                            TRA_FNO_CHECK | TRA_FACCEPT_UNKNOWN_VERSION);
+                                            flags_) != 0)
+            tra_create_register_traductor_o(&t, c.product, c.version, 0, 0, flags_);
         cache_[key].reset(t);
         return t;
     }
 
   private:
     ReadOptions fallback_;
+    const uint32_t flags_;
     std::string ignored_;
     std::map<std::tuple<uint32_t, uint32_t, uint32_t, uint32_t>, TraPtr> cache_;
 };
@@ -730,27 +738,73 @@ int restore(const Bus &bus, std::istream &in, const std::string &file,
 
 // ---- Check ----
 
-int check(TRA *tra, std::istream &in, const std::string &file, std::vector<LineProblem> *problems,
-          uint32_t *lines_read) {
+namespace {
+
+// Checks every line with the translator that pick() gives for the axis block it stands in (null
+// before the first block); a block whose translator is null is not checked.
+int check_lines(const std::function<TRA *(const AxisHeader *, std::string *)> &pick,
+                std::istream &in, const std::string &file, std::vector<LineProblem> *problems,
+                uint32_t *lines_read) {
     std::vector<std::string> lines;
     if (!read_lines(in, &lines)) return TRA_EGETREC;
     *lines_read = static_cast<uint32_t>(lines.size());
     if (!looks_like_parameter_file(lines)) return TRA_ESTREAMFORMAT;
+    std::map<int, AxisHeader> headers;
+    HeaderReader reader(&headers);
+    std::string why;
+    TRA *tra = pick(nullptr, &why);
+    bool header_open = false; // a block's header is being read: its translator comes after it
     Assignment a;
     int bad = 0;
     for (std::size_t n = 0; n < lines.size(); ++n) {
         const std::string &line = lines[n];
-        if (is_comment_or_blank(line)) continue;
+        const int number = static_cast<int>(n) + 1;
+        if (reader.take(line, number)) {
+            header_open = true;
+            continue;
+        }
+        if (header_open) {
+            header_open = false;
+            const AxisHeader &h = headers[reader.current()];
+            why.clear();
+            tra = pick(&h, &why);
+            if (!why.empty()) {
+                // Its lines would be checked for another drive: the block is left out instead.
+                // The reason without the list of what the family has.
+                ++bad;
+                problems->push_back(
+                    problem(file, h.line, TRA_EBADDRVPROD,
+                            why.substr(0, why.find("; ")) + ": the block's lines are not checked",
+                            lines[static_cast<std::size_t>(h.line - 1)]));
+                tra = nullptr;
+            }
+        }
+        if (tra == nullptr || is_comment_or_blank(line)) continue;
         bool nothing = false;
         int rc = line.find('\0') != std::string::npos
                      ? TRA_ESYNTAX
                      : translate_assignment(tra, line, &a, &nothing);
         if (rc == 0) continue;
         ++bad;
-        problems->push_back(
-            problem(file, static_cast<int>(n) + 1, rc, tra_translate_error(rc), line));
+        problems->push_back(problem(file, number, rc, tra_translate_error(rc), line));
     }
     return bad;
+}
+
+} // namespace
+
+int check(TRA *tra, std::istream &in, const std::string &file, std::vector<LineProblem> *problems,
+          uint32_t *lines_read) {
+    return check_lines([tra](const AxisHeader *, std::string *) { return tra; }, in, file, problems,
+                       lines_read);
+}
+
+int check_by_blocks(const ReadOptions &fallback, std::istream &in, const std::string &file,
+                    std::vector<LineProblem> *problems, uint32_t *lines_read) {
+    OfflineTranslators offline(fallback, TRA_FACCEPT_UNKNOWN_VERSION);
+    return check_lines(
+        [&offline](const AxisHeader *h, std::string *why) { return offline.for_header(h, why); },
+        in, file, problems, lines_read);
 }
 
 // ---- Diff ----

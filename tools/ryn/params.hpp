@@ -245,6 +245,11 @@ int restore(const Bus &bus, std::istream &in, const std::string &file,
 // bad lines, or TRA_ESTREAMFORMAT for a stream that is not a parameter file.
 int check(TRA *tra, std::istream &in, const std::string &file, std::vector<LineProblem> *problems,
           uint32_t *lines);
+// The same offline, each axis block checked for the drive its header names (the lines before the
+// first block, and blocks that name none, for `fallback`); a block whose drive the family does not
+// have is one bad line, at its header.
+int check_by_blocks(const ReadOptions &fallback, std::istream &in, const std::string &file,
+                    std::vector<LineProblem> *problems, uint32_t *lines);
 
 // ---- Diff ----
 

@@ -565,9 +565,15 @@ Failure Hub::start_restore(const std::string &text, bool dry_run, bool force,
 }
 
 Failure Hub::diff(const std::string &text, Json *out) {
-    std::unique_lock lock(params_mutex_, std::defer_lock);
-    if (!lock.try_lock_for(std::chrono::seconds(10)))
-        return {409, "a backup or restore is running; wait for it to end"};
+    // Waits for a job or another diff to end, 10 s at most. Polled: ThreadSanitizer does not see
+    // the timed lock of std::timed_mutex (pthread_mutex_clocklock) and would report its unlock.
+    const auto give_up = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!params_mutex_.try_lock()) {
+        if (std::chrono::steady_clock::now() > give_up)
+            return {409, "a backup or restore is running; wait for it to end"};
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    std::lock_guard lock(params_mutex_, std::adopt_lock);
     std::istringstream in(text);
     params::ParamSet file;
     file.source = "upload";

@@ -147,7 +147,7 @@ class Hub {
 
     std::string address_; // the bus address every port opens (a named sim: bus)
     params::Bus bus_;     // the parameter module's port; used under params_mutex_
-    std::timed_mutex params_mutex_;
+    std::mutex params_mutex_;
 
     std::mutex pool_mutex_;
     std::condition_variable pool_ready_;
