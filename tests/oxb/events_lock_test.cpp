@@ -62,6 +62,32 @@ TEST_F(BusTest, AttachAndDetachRaiseOneEventEachHandledBeforeTheyReturn) {
     EXPECT_EQ(oxb_unregister_handler(b, &log), 0);
 }
 
+TEST_F(BusTest, AnAttachFromAHandlerDoesNotWaitForItself) {
+    OXB_BUS *b = bus_of(open("sim:axes=0"));
+    struct Chain {
+        OXB_BUS *bus;
+        EventLog log;
+        int attached = -1; // what the handler's own attach returned
+    } chain{b, {}};
+    auto handler = [](OXB_BUS *bus, int axis, int event, void *context) {
+        auto *c = static_cast<Chain *>(context);
+        // The drive at 5 brings one at 6 along, from the bus's own thread.
+        if (axis == 5 && event == OXB_EVENT_DRIVE_PRESENT)
+            c->attached = oxbsim_attach(bus, 6, &default_drive);
+        return EventLog::handler(bus, axis, event, &c->log);
+    };
+    ASSERT_EQ(oxb_register_handler(b, &chain, ~0ull, 0, 0, OXB_EVENT_DRIVES, handler, &chain), 0);
+    const auto start = std::chrono::steady_clock::now();
+    ASSERT_EQ(oxbsim_attach(b, 5, &default_drive), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5))
+        << "the handler's attach waited for the thread it runs on";
+    EXPECT_EQ(chain.attached, 0);
+    EXPECT_EQ(chain.log.pairs(3), (std::vector<std::pair<int, int>>{{0, OXB_EVENT_DRIVE_PRESENT},
+                                                                    {5, OXB_EVENT_DRIVE_PRESENT},
+                                                                    {6, OXB_EVENT_DRIVE_PRESENT}}));
+    EXPECT_EQ(oxb_unregister_handler(b, &chain), 0);
+}
+
 // A handler that stays inside its call until released, to catch an unregister that does not wait.
 struct SlowHandler {
     std::promise<void> entered;
