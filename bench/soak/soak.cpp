@@ -116,11 +116,18 @@ bool parse_plan(const std::string &path, Config *c, Plan *plan) {
     std::ifstream in(path);
     if (!in) return false;
     std::string line;
+    int repeat = 1;
     while (std::getline(in, line)) {
         if (line.empty() || line[0] == '#') continue;
         std::istringstream l(line);
         std::string first;
         l >> first;
+        if (first == "repeat") {
+            // A race that a sequence meets now and then: each worker's list runs so many times
+            // over, so that a replay meets it too.
+            if (!(l >> repeat) || repeat < 1 || repeat > 1000) return false;
+            continue;
+        }
         if (first == "config") {
             std::string bus;
             l >> bus >> c->threads >> c->drop >> c->nack >> c->latency_us >> c->answer_ms >>
@@ -137,6 +144,11 @@ bool parse_plan(const std::string &path, Config *c, Plan *plan) {
         if (t >= plan->size() || k == std::end(KIND_NAMES)) return false;
         (*plan)[t].push_back(
             {static_cast<Kind>(k - std::begin(KIND_NAMES)), std::stoull(seed, nullptr, 16)});
+    }
+    for (std::vector<Op> &ops : *plan) {
+        const std::vector<Op> once = ops;
+        for (int n = 1; n < repeat; ++n)
+            ops.insert(ops.end(), once.begin(), once.end());
     }
     return !plan->empty();
 }
@@ -1127,9 +1139,9 @@ int main(int argc, char **argv) {
     } else {
         plan = make_plan(c);
     }
-    std::printf("soak: seed %" PRIu64 ", %s, %d workers, %zu operations each, drop %g, nack %g, "
-                "latency %u us\n",
-                c.seed, c.tcp ? "tcp" : "sim", c.threads, plan[0].size(), c.drop, c.nack,
+    const std::string origin = replay.empty() ? "seed " + std::to_string(c.seed) : replay;
+    std::printf("soak: %s, %s, %d workers, %zu operations each, drop %g, nack %g, latency %u us\n",
+                origin.c_str(), c.tcp ? "tcp" : "sim", c.threads, plan[0].size(), c.drop, c.nack,
                 c.latency_us);
     std::fflush(stdout);
     const long rss_before = status_value("VmRSS:");
@@ -1168,7 +1180,7 @@ int main(int argc, char **argv) {
                     static_cast<double>(run.spent[k]) / static_cast<double>(run.counted[k]));
         return 0;
     }
-    std::printf("soak: FAILED with seed %" PRIu64 ": %s\n", c.seed, failure->c_str());
+    std::printf("soak: FAILED with %s: %s\n", origin.c_str(), failure->c_str());
     if (c.shrink) {
         std::string last = *failure;
         plan = shrink(c, plan, &last);
