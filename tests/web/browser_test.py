@@ -1,5 +1,6 @@
 """The page of `ryn web` in headless Chromium, driven by Selenium; saves the screenshots of
-docs/web.md. Run: /usr/bin/python3 browser_test.py PATH/TO/ryn SCREENSHOT_DIR"""
+docs/web.md (under CTest into the build tree).
+Run: /usr/bin/python3 browser_test.py PATH/TO/ryn DIR"""
 import os
 import subprocess
 import sys
