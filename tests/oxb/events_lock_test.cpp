@@ -88,6 +88,26 @@ TEST_F(BusTest, AnAttachFromAHandlerDoesNotWaitForItself) {
     EXPECT_EQ(oxb_unregister_handler(b, &chain), 0);
 }
 
+TEST_F(BusTest, AnAttachWhoseHandlerHangsReturnsAfterItsWait) {
+    OXB_BUS *b = bus_of(open("sim:axes=0"));
+    struct Hang {
+        std::promise<void> release;
+        std::shared_future<void> released{release.get_future().share()};
+    } hang;
+    auto handler = [](OXB_BUS *, int axis, int, void *context) {
+        if (axis == 5) static_cast<Hang *>(context)->released.wait_for(std::chrono::seconds(60));
+        return 0;
+    };
+    ASSERT_EQ(oxb_register_handler(b, &hang, ~0ull, 0, 0, OXB_EVENT_DRIVES, handler, &hang), 0);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(oxbsim_attach(b, 5, &default_drive), 0);
+    const auto waited = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(waited, std::chrono::seconds(9)) << "it waited for the handler";
+    EXPECT_LT(waited, std::chrono::seconds(30)) << "but not for ever";
+    hang.release.set_value();
+    EXPECT_EQ(oxb_unregister_handler(b, &hang), 0);
+}
+
 // A handler that stays inside its call until released, to catch an unregister that does not wait.
 struct SlowHandler {
     std::promise<void> entered;

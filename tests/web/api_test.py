@@ -186,6 +186,9 @@ class Api(unittest.TestCase):
             status, job, _ = self.call("POST", "/api/restore", {"text": changed})
             self.assertEqual(status, 202)
             self.assertEqual(self.call("POST", "/api/restore", {"text": changed})[0], 409)
+            # A diff waits for the restore to end (the parameter port is one at a time), then
+            # answers instead of refusing.
+            self.assertEqual(self.call("POST", "/api/diff", {"text": changed})[0], 200)
             result = self.server.job(job)["result"]
         finally:
             time.sleep(0.5)
