@@ -4,6 +4,7 @@
 #include <CLI/CLI.hpp>
 #include <bit>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
@@ -143,6 +144,58 @@ nlohmann::ordered_json problem_json(const params::LineProblem &p) {
             {"code", p.code},
             {"message", p.message},
             {"text", p.text}};
+}
+
+std::vector<LineAnswer> exchange_lines(TRA *tra, const std::vector<std::string> &lines,
+                                       uint32_t timeout_ms, uint64_t *sequence) {
+    constexpr size_t BATCH = 64;
+    using Clock = std::chrono::steady_clock;
+    std::vector<LineAnswer> answers(lines.size());
+    const auto deadline = Clock::now() + std::chrono::milliseconds(timeout_ms);
+    for (size_t from = 0; from < lines.size(); from += BATCH) {
+        const size_t to = std::min(lines.size(), from + BATCH);
+        const uint64_t base = *sequence;
+        *sequence += to - from;
+        std::vector<bool> waiting(to - from, false);
+        size_t open = 0;
+        for (size_t i = from; i < to; ++i) {
+            uint8_t sent = 0;
+            answers[i].code =
+                tra_send_direct_cmd_e(tra, lines[i].c_str(), base + (i - from) + 1, &sent);
+            answers[i].sent = sent != 0;
+            if (answers[i].sent) {
+                waiting[i - from] = true;
+                ++open;
+            }
+        }
+        char text[4096];
+        while (open > 0) {
+            const auto left =
+                std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+            if (left.count() <= 0) break;
+            uint8_t ack = 0, flag = 0, request = 0;
+            uint64_t user = 0;
+            const int rc = tra_receive_direct_cmd_e_ex(tra, text, sizeof text, &ack, &flag,
+                                                       &request, &user, uint32_t(left.count()));
+            if (rc == TRA_ENOCOMMAND) break;
+            if (rc != 0) {
+                for (size_t i = from; i < to; ++i)
+                    if (waiting[i - from]) answers[i].code = rc;
+                open = 0;
+                break;
+            }
+            if (user <= base || user > base + (to - from)) continue; // a late earlier answer
+            const size_t i = from + size_t(user - base - 1);
+            if (!waiting[i - from]) continue;
+            waiting[i - from] = false;
+            --open;
+            answers[i].acknowledged = ack != 0;
+            answers[i].text = text;
+        }
+        for (size_t i = from; i < to; ++i)
+            if (waiting[i - from] && answers[i].code == 0) answers[i].code = TRA_ENOCOMMAND;
+    }
+    return answers;
 }
 
 } // namespace ryn::cli

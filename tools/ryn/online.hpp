@@ -48,6 +48,21 @@ struct Translator {
 // Creates a direct translator on the bus; false with a message on standard error.
 bool start_direct(const char *command, const params::Bus &bus, Translator *translator);
 
+// The answer to one line sent through a direct translator.
+struct LineAnswer {
+    int code = 0;              // 0, or the library's code (the line was not sent or not answered)
+    bool sent = false;         // the line put a record on the bus
+    bool acknowledged = false; // the drives acknowledged it
+    std::string text;          // the answer as the translator writes it ("K1.0=1234")
+};
+
+// Sends the lines one after the other without waiting (64 at a time), then collects their
+// answers, matched by the number each send carries (*sequence onwards, moved on, so that a late
+// answer of an earlier call is dropped), until all are in or `timeout_ms` has passed; an answer
+// that did not come is TRA_ENOCOMMAND.
+std::vector<LineAnswer> exchange_lines(TRA *tra, const std::vector<std::string> &lines,
+                                       uint32_t timeout_ms, uint64_t *sequence);
+
 // The date written into uploads: SOURCE_DATE_EPOCH when set (reproducible output), else now.
 std::optional<std::time_t> fixed_date();
 

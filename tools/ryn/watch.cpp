@@ -43,29 +43,24 @@ struct Cell {
     bool changed = false;
 };
 
-// Sends every read, then takes the answers (matched by their user value); a read that fails or
-// is refused shows "?". False when an answer does not come within `timeout_ms`.
-bool sample(TRA *tra, std::vector<Cell> &cells, unsigned timeout_ms) {
-    std::vector<std::string> values(cells.size(), "?");
-    std::size_t expected = 0;
+// Reads every cell (answers matched by their numbers, from *sequence on); a read that fails or is
+// refused shows "?". False when an answer does not come within `timeout_ms`.
+bool sample(TRA *tra, std::vector<Cell> &cells, unsigned timeout_ms, uint64_t *sequence) {
+    std::vector<std::string> lines;
+    for (const Cell &c : cells)
+        lines.push_back(c.line);
+    const std::vector<LineAnswer> answers = exchange_lines(tra, lines, timeout_ms, sequence);
+    // A read that went out and has no answer: too late, or the receive failed.
+    if (std::any_of(answers.begin(), answers.end(),
+                    [](const LineAnswer &a) { return a.sent && a.code != 0; }))
+        return false;
     for (std::size_t i = 0; i < cells.size(); ++i) {
-        uint8_t sent = 0;
-        if (tra_send_direct_cmd_e(tra, cells[i].line.c_str(), i, &sent) == 0 && sent != 0)
-            ++expected;
-    }
-    for (std::size_t n = 0; n < expected; ++n) {
-        char text[1024] = "";
-        uint8_t ack = 0;
-        uint64_t user = 0;
-        if (tra_receive_direct_cmd_e_ex(tra, text, sizeof text, &ack, nullptr, nullptr, &user,
-                                        timeout_ms) != 0)
-            return false;
-        const char *eq = std::strchr(text, '=');
-        if (user < values.size() && ack != 0 && eq != nullptr) values[user] = eq + 1;
-    }
-    for (std::size_t i = 0; i < cells.size(); ++i) {
-        cells[i].changed = !cells[i].value.empty() && cells[i].value != values[i];
-        cells[i].value = values[i];
+        const LineAnswer &a = answers[i];
+        const std::size_t eq = a.text.find('=');
+        const std::string value =
+            a.code == 0 && a.acknowledged && eq != std::string::npos ? a.text.substr(eq + 1) : "?";
+        cells[i].changed = !cells[i].value.empty() && cells[i].value != value;
+        cells[i].value = value;
     }
     return true;
 }
@@ -156,6 +151,7 @@ int watch(const WatchOptions &o) {
     }
     const auto start = std::chrono::steady_clock::now();
     int status = exit_ok;
+    uint64_t sequence = 0; // the number of the last read sent
     for (unsigned n = 1; interrupted == 0 && (o.count == 0 || n <= o.count); ++n) {
         const auto due = start + std::chrono::milliseconds(uint64_t(o.interval) * (n - 1));
         while (interrupted == 0 && std::chrono::steady_clock::now() < due)
@@ -164,7 +160,7 @@ int watch(const WatchOptions &o) {
         if (interrupted != 0) break;
         const double at =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        if (!sample(direct.tra, cells, std::max(o.interval, 1000u))) {
+        if (!sample(direct.tra, cells, std::max(o.interval, 1000u), &sequence)) {
             err() << "ryn watch: an answer did not come in time\n";
             status = exit_line_failed;
             break;

@@ -17,6 +17,7 @@
 #include <thread>
 #include <vector>
 
+#include "online.hpp"
 #include "params.hpp"
 #include "ryn/tra.h"
 #include "ryn/vok.h"
@@ -33,12 +34,7 @@ struct Failure {
 };
 
 // What a drive answered to one line.
-struct Answer {
-    int code = 0;              // 0, or the library's code (the line was not sent or not answered)
-    bool sent = false;         // the line put a record on the bus
-    bool acknowledged = false; // the drives acknowledged it
-    std::string text;          // the answer as the translator writes it ("K1.0=1234")
-};
+using Answer = LineAnswer;
 
 // A port on the bus with its direct translator; used by one thread at a time.
 class Session {
